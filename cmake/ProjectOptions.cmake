@@ -1,0 +1,40 @@
+# Warnings, sanitizers and Windows link rules shared by every target of the project.
+
+add_library(dl_warnings INTERFACE)
+target_compile_options(dl_warnings INTERFACE -Wall -Wextra -Werror)
+
+set(DL_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
+if(DL_SANITIZE)
+  add_compile_options(-fsanitize=${DL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${DL_SANITIZE})
+endif()
+
+if(WIN32)
+  # Windows targets carry their C++ runtime inside: a DLL or program of this
+  # project imports nothing but system DLLs.
+  add_compile_definitions(WIN32_LEAN_AND_MEAN NOMINMAX UNICODE _UNICODE _WIN32_WINNT=0x0601)
+  add_link_options(-static -static-libgcc -static-libstdc++)
+endif()
+
+# dl_add_shared_library(name EXPORT_HEADER path SOURCES ...) compiles the code once
+# as an object library `<name>_obj` and wraps those objects into the shared
+# library `<name>`, which exports only what carries the export macro. Tests link
+# `<name>_obj` straight into their programs because they reach internals; for
+# them the export macro is empty (`<NAME>_STATIC_DEFINE`).
+include(GenerateExportHeader)
+function(dl_add_shared_library name)
+  cmake_parse_arguments(ARG "" "EXPORT_HEADER;BASE_NAME" "SOURCES" ${ARGN})
+  add_library(${name}_obj OBJECT ${ARG_SOURCES})
+  generate_export_header(${name}_obj
+    BASE_NAME ${ARG_BASE_NAME}
+    EXPORT_FILE_NAME ${CMAKE_BINARY_DIR}/include/${ARG_EXPORT_HEADER})
+  string(TOUPPER ${ARG_BASE_NAME} upper)
+  target_compile_definitions(${name}_obj PRIVATE ${name}_obj_EXPORTS INTERFACE ${upper}_STATIC_DEFINE)
+  target_include_directories(${name}_obj PUBLIC $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>)
+  target_link_libraries(${name}_obj PRIVATE dl_warnings)
+  add_library(${name} SHARED $<TARGET_OBJECTS:${name}_obj>)
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>)
+  if(WIN32)
+    set_target_properties(${name} PROPERTIES PREFIX "")
+  endif()
+endfunction()
