@@ -1,0 +1,73 @@
+#include <downloader/Base/BufferChunk.h>
+
+#include <cstring>
+#include <new>
+
+namespace downloader {
+
+BufferChunk::BufferChunk(uint64_t size) : size_(size) {}
+
+BufferChunk& BufferChunk::operator=(const BufferChunk& other) {
+  if (this == &other) return *this;
+  delete[] data_;
+  data_ = nullptr;
+  size_ = other.size_;
+  if (other.data_ != nullptr && !Init(other.data_)) size_ = 0;
+  readOffset_ = other.readOffset_ <= size_ ? other.readOffset_ : size_;
+  flag_ = other.flag_;
+  infoCode_ = other.infoCode_;
+  return *this;
+}
+
+BufferChunk::~BufferChunk() {
+  delete[] data_;
+  data_ = nullptr;
+  size_ = 0;
+  readOffset_ = 0;
+}
+
+std::shared_ptr<BufferChunk> BufferChunk::AllocBufferChunk(const void* source, uint64_t size) {
+  if (size != 0 && source == nullptr) return nullptr;
+  std::shared_ptr<BufferChunk> chunk(new (std::nothrow) BufferChunk(size));
+  if (!chunk || !chunk->Init(source)) return nullptr;
+  return chunk;
+}
+
+std::shared_ptr<BufferChunk> BufferChunk::AllocFlaggedChunk(int32_t flag, int32_t infoCode) {
+  std::shared_ptr<BufferChunk> chunk(new (std::nothrow) BufferChunk(0));
+  if (!chunk) return nullptr;
+  chunk->SetFlag(flag);
+  chunk->SetInfoCode(infoCode);
+  return chunk;
+}
+
+bool BufferChunk::Init(const void* source) {
+  if (size_ == 0) return true;
+  if (source == nullptr) return false;
+  data_ = new (std::nothrow) uint8_t[size_];
+  if (data_ == nullptr) return false;
+  std::memcpy(data_, source, size_);
+  return true;
+}
+
+bool BufferChunk::AllRead() const { return readOffset_ == size_; }
+
+DLReadResult BufferChunk::ReadData(void* out, uint64_t length) {
+  DLReadResult result;
+  if (flag_ != 0) {
+    result.Set(flag_, 0, infoCode_);
+    return result;
+  }
+  if (size_ == 0 || readOffset_ > size_ || data_ == nullptr) {
+    result.Set(kDLFailure, 0, -1);
+    return result;
+  }
+  uint64_t count = length;
+  if (count > size_ - readOffset_) count = size_ - readOffset_;
+  if (count > 0) std::memcpy(out, data_ + readOffset_, count);
+  readOffset_ += count;
+  result.Set(kDLSuccess, count, 0);
+  return result;
+}
+
+}  // namespace downloader

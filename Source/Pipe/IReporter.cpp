@@ -1,0 +1,7 @@
+#include <downloader/Pipe/IReporter.h>
+
+namespace protocols {
+
+IReporter::~IReporter() = default;
+
+}  // namespace protocols
