@@ -9,11 +9,22 @@
 #include <downloader/Base/BufferQueue.h>
 #include <downloader/Base/DLReadResult.h>
 #include <downloader/Base/DLResultCode.h>
+#include <downloader/Base/HeartPacemaker.h>
 #include <downloader/Base/Packet.h>
+#include <downloader/Base/PacemakerParams.h>
+#include <downloader/Base/URI.h>
+#include <downloader/Base/URIBuilder.h>
+#include <downloader/Base/URIIdentifier.h>
 
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
 #include <downloader/Pipe/PseudoConfig.h>
+
+#include <downloader/Strategy/BufferDrainCalculator.h>
+#include <downloader/Strategy/DrainCalculator.h>
+#include <downloader/Strategy/DrainCalculatorFactory.h>
+#include <downloader/Strategy/FlowRateCalculator.h>
+#include <downloader/Strategy/FlowRateControl.h>
 
 #endif  // DOWNLOADER_DOWNLOADER_H_

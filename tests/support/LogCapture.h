@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <downloader/Utils/Logging.h>
+
 namespace dltest {
 
 class LogCapture {
