@@ -33,6 +33,8 @@ cmake --preset windows >/dev/null
 cmake --build --preset windows -j "$jobs"
 step "Windows: tests under wine"
 ctest --preset windows
+step "Windows: DLLs import only system DLLs"
+bash scripts/check_dll_imports.sh build/windows/bin/downloader.dll build/windows/bin/wisp.dll
 
 for extra in "$root"/scripts/test.d/*.sh; do
   [[ -e "$extra" ]] || continue
