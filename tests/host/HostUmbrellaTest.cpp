@@ -2,6 +2,7 @@
 // header: every public class of the foundation is usable from a host.
 #include <downloader/downloader.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -30,7 +31,7 @@ class HostReporter : public protocols::IReporter {
   void Report(const std::string&, const std::string&, const std::string&) override {}
 };
 
-int g_lines = 0;
+std::atomic<int> g_lines{0};  // the callback runs on library threads too
 void OnLine(int, const char*) { ++g_lines; }
 
 }  // namespace
