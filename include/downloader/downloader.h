@@ -16,6 +16,11 @@
 #include <downloader/Base/URIBuilder.h>
 #include <downloader/Base/URIIdentifier.h>
 
+#include <downloader/Filter/DLDownloadLevel.h>
+#include <downloader/Filter/IDownloadExecutor.h>
+#include <downloader/Filter/IDownloadFilter.h>
+#include <downloader/Filter/SubCode.h>
+
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
