@@ -25,7 +25,9 @@ bool RecordingListener::WaitForEnd(std::chrono::milliseconds timeout) {
 }
 
 bool RecordingListener::WaitForBytes(int64_t atLeast, std::chrono::milliseconds timeout) {
-  return WaitUntil([this, atLeast] { return bytes_ >= atLeast || ended_; }, timeout) && bytes_ >= atLeast;
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait_for(lock, timeout, [this, atLeast] { return bytes_ >= atLeast || ended_; });
+  return bytes_ >= atLeast;
 }
 
 bool RecordingListener::Ended() const {
