@@ -1,6 +1,5 @@
 #include "winhttp/WinHttpCall.h"
 
-#include "Logging.h"
 #include "ResponseCheck.h"
 #include "winhttp/WinHttpTransport.h"
 
@@ -13,15 +12,12 @@ namespace {
 
 using http::ErrorKind;
 
-constexpr int kLogWarn = 3;
 constexpr size_t kReadBufferBytes = 256 * 1024;
 constexpr DWORD kInfiniteTimeout = 0;
 constexpr int32_t kRedirectClassBegin = 300;
 constexpr int32_t kRedirectClassEnd = 400;
 // Under a speed limit, reads are sized to a tenth of a second of the rate.
 constexpr int64_t kReadsPerSecondWhenLimited = 10;
-constexpr std::chrono::milliseconds kRetryBackoffStep{100};
-constexpr std::chrono::milliseconds kRetryBackoffMax{1000};
 
 std::wstring Wide(const std::string& text) {
   if (text.empty()) return std::wstring();
@@ -72,11 +68,6 @@ ErrorKind KindOf(DWORD code) {
     default:
       return ErrorKind::kInternal;
   }
-}
-
-bool Retryable(ErrorKind kind) {
-  return kind == ErrorKind::kDnsFailure || kind == ErrorKind::kConnectFailure ||
-         kind == ErrorKind::kConnectionLost || kind == ErrorKind::kInternal;
 }
 
 http::Error Failure(ErrorKind kind, std::string message) {
@@ -171,31 +162,9 @@ void CALLBACK WinHttpCall::StatusCallback(HINTERNET handle, DWORD_PTR context, D
   call->owner_->PostEvent([call, event] { call->OnEvent(event); });
 }
 
-bool WinHttpCall::PostToNetwork(void (WinHttpCall::*step)()) {
+bool WinHttpCall::PostTask(std::function<void()> task) {
   std::shared_ptr<WinHttpTransport> transport = transport_.lock();
-  if (transport == nullptr) return false;
-  return transport->Post([self = shared_from_this(), step] { ((*self).*step)(); });
-}
-
-bool WinHttpCall::Start(std::shared_ptr<http::IListener> listener) {
-  if (!ClaimStart(std::move(listener))) return false;
-  if (!PostToNetwork(&WinHttpCall::Begin)) {
-    AbandonStart();
-    return false;
-  }
-  return true;
-}
-
-void WinHttpCall::Cancel() {
-  if (SilenceForCancel()) PostToNetwork(&WinHttpCall::StopForCancel);
-}
-
-void WinHttpCall::Pause() {
-  if (SetPaused(true)) PostToNetwork(&WinHttpCall::ApplyPause);
-}
-
-void WinHttpCall::Resume() {
-  if (SetPaused(false)) PostToNetwork(&WinHttpCall::ApplyPause);
+  return transport != nullptr && transport->Post(std::move(task));
 }
 
 void WinHttpCall::Begin() {
@@ -203,7 +172,7 @@ void WinHttpCall::Begin() {
     FinishCancelled();
     return;
   }
-  owner_->Track(shared_from_this());
+  owner_->Track(Self());
   if (Spec().invalid.IsError()) {
     Fail(Spec().invalid);
     return;
@@ -220,8 +189,7 @@ void WinHttpCall::StartAttempt() {
   readWanted_ = false;
   bodyBytes_ = 0;
   attemptStart_ = Clock::now();
-  std::string failure;
-  if (!OpenRequest(&failure)) {
+  if (!OpenRequest()) {
     Fail(ErrorOf(GetLastError(), 0));
     return;
   }
@@ -232,23 +200,17 @@ void WinHttpCall::StartAttempt() {
   }
 }
 
-bool WinHttpCall::OpenRequest(std::string* failure) {
+bool WinHttpCall::OpenRequest() {
   const RequestSpec& spec = Spec();
   const bool elsewhere = !spec.connectHost.empty();
   const std::string host = BareHost(elsewhere ? spec.connectHost : spec.host);
   const int32_t port = elsewhere && spec.connectPort != 0 ? spec.connectPort : spec.port;
   connect_ = WinHttpConnect(owner_->Session(), Wide(host).c_str(), static_cast<INTERNET_PORT>(port), 0);
-  if (connect_ == nullptr) {
-    *failure = "WinHttpConnect";
-    return false;
-  }
+  if (connect_ == nullptr) return false;
   const wchar_t* verb = spec.type == http::RequestType::kHead ? L"HEAD" : L"GET";
   request_ = WinHttpOpenRequest(connect_, verb, Wide(spec.pathAndQuery).c_str(), nullptr, WINHTTP_NO_REFERER,
                                 WINHTTP_DEFAULT_ACCEPT_TYPES, spec.secure ? WINHTTP_FLAG_SECURE : 0);
-  if (request_ == nullptr) {
-    *failure = "WinHttpOpenRequest";
-    return false;
-  }
+  if (request_ == nullptr) return false;
   ++openRequestHandles_;
   DWORD_PTR context = reinterpret_cast<DWORD_PTR>(this);
   WinHttpSetOption(request_, WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context));
@@ -269,13 +231,9 @@ bool WinHttpCall::OpenRequest(std::string* failure) {
     const bool defaultPort = spec.port == (spec.secure ? 443 : 80);
     headerLines += "Host: " + spec.host + (defaultPort ? "" : ":" + std::to_string(spec.port)) + "\r\n";
   }
-  if (!headerLines.empty() &&
-      !WinHttpAddRequestHeaders(request_, Wide(headerLines).c_str(), static_cast<DWORD>(-1),
-                                WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_REPLACE)) {
-    *failure = "WinHttpAddRequestHeaders";
-    return false;
-  }
-  return true;
+  return headerLines.empty() ||
+         WinHttpAddRequestHeaders(request_, Wide(headerLines).c_str(), static_cast<DWORD>(-1),
+                                  WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_REPLACE);
 }
 
 void WinHttpCall::CloseHandles() {
@@ -292,7 +250,7 @@ void WinHttpCall::Untrack() {
 
 void WinHttpCall::StopForCancel() {
   if (stage_ == Stage::kNotBegun) return;  // Begin, still queued, ends it.
-  std::shared_ptr<WinHttpCall> self = shared_from_this();
+  std::shared_ptr<WinHttpCall> self = Self();
   CloseHandles();
   stage_ = Stage::kDone;
   FinishCancelled();
@@ -300,7 +258,7 @@ void WinHttpCall::StopForCancel() {
 }
 
 void WinHttpCall::AbortForShutdown() {
-  std::shared_ptr<WinHttpCall> self = shared_from_this();
+  std::shared_ptr<WinHttpCall> self = Self();
   http::Error error = Failure(ErrorKind::kCancelled, "client shut down");
   Fail(error);
 }
@@ -312,7 +270,7 @@ void WinHttpCall::ApplyPause() {
 }
 
 void WinHttpCall::OnEvent(const WinHttpEvent& event) {
-  std::shared_ptr<WinHttpCall> self = shared_from_this();
+  std::shared_ptr<WinHttpCall> self = Self();
   if (event.status == WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING) {
     --openRequestHandles_;
     Untrack();
@@ -449,19 +407,10 @@ void WinHttpCall::EndOfBody() {
 }
 
 void WinHttpCall::FailOrRetry(const http::Error& error) {
-  const RequestSpec& spec = Spec();
-  if (Responded() || !Retryable(error.kind) || retriesUsed_ >= spec.retryLimit) {
+  if (!PlanRetry(error)) {
     Fail(error);
     return;
   }
-  ++retriesUsed_;
-  retryAt_ = Clock::now() + std::min(kRetryBackoffStep * retriesUsed_, kRetryBackoffMax);
-  if (spec.openTimeoutMs > 0 && retryAt_ >= StartTime() + std::chrono::milliseconds(spec.openTimeoutMs)) {
-    Fail(error);
-    return;
-  }
-  WISP_LOG(kLogWarn) << "request_id:" << RequestId() << " retry " << retriesUsed_ << " after "
-                     << error.String();
   CloseHandles();
   stage_ = Stage::kBetweenAttempts;
 }
@@ -484,10 +433,8 @@ WinHttpCall::Clock::time_point WinHttpCall::NextDeadline() const {
   Clock::time_point next = Clock::time_point::max();
   const RequestSpec& spec = Spec();
   if (stage_ == Stage::kDone || stage_ == Stage::kNotBegun) return next;
-  if (stage_ == Stage::kBetweenAttempts) next = retryAt_;
-  if (!Responded() && spec.openTimeoutMs > 0) {
-    next = std::min(next, StartTime() + std::chrono::milliseconds(spec.openTimeoutMs));
-  }
+  if (stage_ == Stage::kBetweenAttempts) next = RetryAt();
+  if (!Responded()) next = std::min(next, OpenDeadline());
   if (readPending_ && !IsPaused() && spec.stallTimeoutMs > 0) {
     next = std::min(next, lastProgress_ + std::chrono::milliseconds(spec.stallTimeoutMs));
   }
@@ -496,16 +443,16 @@ WinHttpCall::Clock::time_point WinHttpCall::NextDeadline() const {
 }
 
 void WinHttpCall::CheckDeadlines(Clock::time_point now) {
-  std::shared_ptr<WinHttpCall> self = shared_from_this();
+  std::shared_ptr<WinHttpCall> self = Self();
   const RequestSpec& spec = Spec();
   if (stage_ == Stage::kDone) return;
-  if (!Responded() && spec.openTimeoutMs > 0 && now >= StartTime() + std::chrono::milliseconds(spec.openTimeoutMs)) {
+  if (!Responded() && now >= OpenDeadline()) {
     Fail(Failure(ErrorKind::kTimeout, "no response within " + std::to_string(spec.openTimeoutMs) + " ms"));
   } else if (readPending_ && !IsPaused() && spec.stallTimeoutMs > 0 &&
              now >= lastProgress_ + std::chrono::milliseconds(spec.stallTimeoutMs)) {
     Fail(Failure(ErrorKind::kTimeout, "no body byte for " + std::to_string(spec.stallTimeoutMs) + " ms"));
-  } else if (stage_ == Stage::kBetweenAttempts && now >= retryAt_) {
-    ReportPhase(http::StatusPhase::kRetrying, retriesUsed_);
+  } else if (stage_ == Stage::kBetweenAttempts && now >= RetryAt()) {
+    ReportPhase(http::StatusPhase::kRetrying, RetriesUsed());
     if (!Silenced()) StartAttempt();
   } else {
     ReadNext();

@@ -30,15 +30,10 @@ struct WinHttpEvent {
   std::wstring text;
 };
 
-class WinHttpCall : public CallBase, public std::enable_shared_from_this<WinHttpCall> {
+class WinHttpCall : public CallBase {
  public:
   WinHttpCall(std::weak_ptr<WinHttpTransport> transport, WinHttpTransport* owner, RequestSpec spec);
   ~WinHttpCall() override;
-
-  bool Start(std::shared_ptr<http::IListener> listener) override;
-  void Cancel() override;
-  void Pause() override;
-  void Resume() override;
 
   // The callback installed on the session; runs on WinHTTP's threads.
   static void CALLBACK StatusCallback(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID info,
@@ -53,12 +48,14 @@ class WinHttpCall : public CallBase, public std::enable_shared_from_this<WinHttp
  private:
   enum class Stage { kNotBegun, kTransferring, kBetweenAttempts, kDone };
 
-  bool PostToNetwork(void (WinHttpCall::*step)());
-  void Begin();
-  void StopForCancel();
-  void ApplyPause();
+  bool PostTask(std::function<void()> task) override;
+  void Begin() override;
+  void StopForCancel() override;
+  void ApplyPause() override;
+  std::shared_ptr<WinHttpCall> Self() { return std::static_pointer_cast<WinHttpCall>(shared_from_this()); }
   void StartAttempt();
-  bool OpenRequest(std::string* failure);
+  // Opens the connect and request handles of an attempt; false with GetLastError set.
+  bool OpenRequest();
   void CloseHandles();
   void OnHeadersAvailable();
   // The body is pulled as: query what has arrived, read that, deliver it.
@@ -82,14 +79,12 @@ class WinHttpCall : public CallBase, public std::enable_shared_from_this<WinHttp
   // Request handles opened and not yet reported closed by WinHTTP; the call
   // stays tracked until this is 0, since WinHTTP still holds its address.
   int openRequestHandles_ = 0;
-  int32_t retriesUsed_ = 0;
   int32_t redirects_ = 0;
   bool connectedThisAttempt_ = false;
   std::string serverAddress_;
   // The request's URL, followed through the redirects seen so far.
   std::string effectiveUrl_;
   Clock::time_point attemptStart_;
-  Clock::time_point retryAt_;
   Clock::time_point lastProgress_;
   // Earliest time of the next read under a speed limit.
   Clock::time_point readAt_;
