@@ -124,8 +124,9 @@ std::string BareHost(const std::string& host) {
 
 }  // namespace
 
-WinHttpCall::WinHttpCall(std::weak_ptr<WinHttpTransport> transport, WinHttpTransport* owner, RequestSpec spec)
-    : CallBase(std::move(spec)), transport_(std::move(transport)), owner_(owner) {}
+WinHttpCall::WinHttpCall(std::weak_ptr<WinHttpTransport> transport, WinHttpTransport* owner,
+                         std::shared_ptr<WinHttpInbox> inbox, RequestSpec spec)
+    : CallBase(std::move(spec)), transport_(std::move(transport)), owner_(owner), inbox_(std::move(inbox)) {}
 
 WinHttpCall::~WinHttpCall() = default;
 
@@ -159,7 +160,7 @@ void CALLBACK WinHttpCall::StatusCallback(HINTERNET handle, DWORD_PTR context, D
     default:
       break;
   }
-  call->owner_->PostEvent([call, event] { call->OnEvent(event); });
+  call->inbox_->PostEvent([call, event] { call->OnEvent(event); });
 }
 
 bool WinHttpCall::PostTask(std::function<void()> task) {
@@ -219,9 +220,11 @@ bool WinHttpCall::OpenRequest() {
   // Older systems do not know HTTP/2; they answer false and stay on HTTP/1.1.
   DWORD protocols = WINHTTP_PROTOCOL_FLAG_HTTP2;
   WinHttpSetOption(request_, WINHTTP_OPTION_ENABLE_HTTP_PROTOCOL, &protocols, sizeof(protocols));
-  // The open and stall time-outs are this call's own deadlines.
-  DWORD connectTimeout = spec.openTimeoutMs > 0 ? static_cast<DWORD>(spec.openTimeoutMs) : kInfiniteTimeout;
-  WinHttpSetTimeouts(request_, kInfiniteTimeout, connectTimeout, kInfiniteTimeout, kInfiniteTimeout);
+  // The open and stall time-outs are this call's own deadlines; WinHTTP's
+  // are set to match only to bound how long it may keep a closed handle busy.
+  DWORD openTimeout = spec.openTimeoutMs > 0 ? static_cast<DWORD>(spec.openTimeoutMs) : kInfiniteTimeout;
+  WinHttpSetTimeouts(request_, kInfiniteTimeout, openTimeout, openTimeout, openTimeout);
+  WinHttpSetOption(request_, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &openTimeout, sizeof(openTimeout));
 
   std::string headerLines;
   for (const http::Headers::Field& field : spec.headers.Fields()) {
@@ -345,6 +348,8 @@ void WinHttpCall::OnHeadersAvailable() {
     return;
   }
   contentLength_ = verdict.response->ContentLength();
+  DWORD stallTimeout = Spec().stallTimeoutMs > 0 ? static_cast<DWORD>(Spec().stallTimeoutMs) : kInfiniteTimeout;
+  WinHttpSetOption(request_, WINHTTP_OPTION_RECEIVE_TIMEOUT, &stallTimeout, sizeof(stallTimeout));
   lastProgress_ = Clock::now();
   readAt_ = lastProgress_;
   if (!DeliverResponse(std::move(verdict.response))) return;  // cancelled: its task closes the handles

@@ -8,6 +8,7 @@
 #define WISP_SRC_WINHTTP_WINHTTPCALL_H_
 
 #include "CallBase.h"
+#include "winhttp/WinHttpInbox.h"
 
 #include <windows.h>
 #include <winhttp.h>
@@ -32,7 +33,10 @@ struct WinHttpEvent {
 
 class WinHttpCall : public CallBase {
  public:
-  WinHttpCall(std::weak_ptr<WinHttpTransport> transport, WinHttpTransport* owner, RequestSpec spec);
+  // `owner` is used on the network thread only, where it is alive;
+  // `transport` is how callers reach it; `inbox` is where WinHTTP's events go.
+  WinHttpCall(std::weak_ptr<WinHttpTransport> transport, WinHttpTransport* owner,
+              std::shared_ptr<WinHttpInbox> inbox, RequestSpec spec);
   ~WinHttpCall() override;
 
   // The callback installed on the session; runs on WinHTTP's threads.
@@ -71,6 +75,7 @@ class WinHttpCall : public CallBase {
   // Constant after construction.
   const std::weak_ptr<WinHttpTransport> transport_;
   WinHttpTransport* const owner_;
+  const std::shared_ptr<WinHttpInbox> inbox_;
 
   // Network thread only.
   Stage stage_ = Stage::kNotBegun;

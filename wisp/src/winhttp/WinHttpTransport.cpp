@@ -17,8 +17,10 @@ namespace {
 constexpr int kLogError = 4;
 constexpr wchar_t kUserAgent[] = L"wisp/1";
 constexpr std::chrono::milliseconds kMaxWait{1000};
-// How long a stop waits for WinHTTP to report the handles it closed.
-constexpr std::chrono::seconds kCloseWait{5};
+// How long a stop waits for WinHTTP to report the handles it closed. Some
+// implementations (wine) report a handle closed with an operation pending
+// only when the operation ends, which may be never.
+constexpr std::chrono::seconds kCloseWait{1};
 constexpr DWORD kNotifications =
     WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_RESOLVE_NAME |
     WINHTTP_CALLBACK_FLAG_CONNECT_TO_SERVER | WINHTTP_CALLBACK_FLAG_REDIRECT |
@@ -75,40 +77,22 @@ WinHttpTransport::WinHttpTransport() {
 
 WinHttpTransport::~WinHttpTransport() {
   Shutdown();
+  inbox_->Close();
   if (session_ != nullptr) WinHttpCloseHandle(session_);
 }
 
 std::shared_ptr<http::IRequestCall> WinHttpTransport::CreateCall(RequestSpec spec) {
-  return std::make_shared<WinHttpCall>(weak_from_this(), this, std::move(spec));
+  return std::make_shared<WinHttpCall>(weak_from_this(), this, inbox_, std::move(spec));
 }
 
 void WinHttpTransport::Shutdown() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (joined_) return;
-    stopping_ = true;
     joined_ = true;
   }
-  wake_.notify_all();
+  inbox_->Stop();
   if (thread_.joinable()) thread_.join();
-}
-
-bool WinHttpTransport::Post(std::function<void()> task) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (stopping_) return false;
-    queue_.push_back(std::move(task));
-  }
-  wake_.notify_one();
-  return true;
-}
-
-void WinHttpTransport::PostEvent(std::function<void()> event) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    queue_.push_back(std::move(event));
-  }
-  wake_.notify_one();
 }
 
 void WinHttpTransport::Track(std::shared_ptr<WinHttpCall> call) {
@@ -124,16 +108,10 @@ void WinHttpTransport::Run() {
 }
 
 bool WinHttpTransport::RunQueued(Clock::time_point deadline, bool draining) {
-  std::deque<std::function<void()>> ready;
-  bool stopping = false;
-  {
-    std::unique_lock<std::mutex> lock(mutex_);
-    wake_.wait_until(lock, deadline, [this, draining] { return !queue_.empty() || (stopping_ && !draining); });
-    ready.swap(queue_);
-    stopping = stopping_;
-  }
-  for (std::function<void()>& item : ready) item();
-  return !stopping;
+  std::deque<WinHttpInbox::Item> ready;
+  bool running = inbox_->Take(deadline, draining, &ready);
+  for (WinHttpInbox::Item& item : ready) item();
+  return running;
 }
 
 WinHttpTransport::Clock::time_point WinHttpTransport::NextDeadline() const {
@@ -163,6 +141,7 @@ void WinHttpTransport::EndAllCalls() {
   Clock::time_point giveUp = Clock::now() + kCloseWait;
   while (!active_.empty() && Clock::now() < giveUp) RunQueued(giveUp, true);
   if (!active_.empty()) {
+    // Their late callbacks reach the closed inbox, never this transport.
     WISP_LOG(kLogError) << active_.size() << " requests still held by WinHTTP at shutdown; kept alive";
     for (auto& entry : active_) new std::shared_ptr<WinHttpCall>(std::move(entry.second));
     active_.clear();

@@ -4,20 +4,18 @@
 // threads only turn its status callbacks into events on this thread's queue,
 // so that listener calls never run on them, nor inside a caller's Start.
 //
-// Threads: CreateCall, Post, PostEvent and Shutdown from any thread (Shutdown
-// not from the network thread); Session, Track and Untrack on the network
-// thread only.
+// Threads: CreateCall, Post and Shutdown from any thread (Shutdown not from
+// the network thread); Session, Track and Untrack on the network thread only.
 #ifndef WISP_SRC_WINHTTP_WINHTTPTRANSPORT_H_
 #define WISP_SRC_WINHTTP_WINHTTPTRANSPORT_H_
 
 #include "Transport.h"
+#include "winhttp/WinHttpInbox.h"
 
 #include <windows.h>
 #include <winhttp.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -38,10 +36,7 @@ class WinHttpTransport : public Transport, public std::enable_shared_from_this<W
   void Shutdown() override;
 
   // A task from a caller. False, dropping it, once the transport is stopping.
-  bool Post(std::function<void()> task);
-  // An event from WinHTTP; accepted until the thread has ended, because the
-  // stop waits for the handles it closes.
-  void PostEvent(std::function<void()> event);
+  bool Post(std::function<void()> task) { return inbox_->PostTask(std::move(task)); }
 
   HINTERNET Session() const { return session_; }
   void Track(std::shared_ptr<WinHttpCall> call);
@@ -52,8 +47,8 @@ class WinHttpTransport : public Transport, public std::enable_shared_from_this<W
 
   WinHttpTransport();
   void Run();
-  // Runs what is queued, waiting until `deadline` for something to be (while
-  // stopping, only when `draining`). Returns false once the transport is stopping.
+  // Runs what is queued, waiting until `deadline` for something to be (see
+  // WinHttpInbox::Take). Returns false once the transport is stopping.
   bool RunQueued(Clock::time_point deadline, bool draining);
   void CheckDeadlines();
   Clock::time_point NextDeadline() const;
@@ -61,14 +56,12 @@ class WinHttpTransport : public Transport, public std::enable_shared_from_this<W
 
   // Constant after construction.
   HINTERNET session_ = nullptr;
+  const std::shared_ptr<WinHttpInbox> inbox_ = std::make_shared<WinHttpInbox>();
 
   std::thread thread_;
 
   // Guarded by mutex_.
   std::mutex mutex_;
-  std::condition_variable wake_;
-  std::deque<std::function<void()>> queue_;
-  bool stopping_ = false;
   bool joined_ = false;
 
   // Network thread only: calls started whose WinHTTP handles are not all closed.
