@@ -26,6 +26,8 @@
 #include <downloader/Pipe/IReporter.h>
 #include <downloader/Pipe/PseudoConfig.h>
 
+#include <downloader/Stream/PcdnInterfaceHelper.h>
+
 #include <downloader/Strategy/BufferDrainCalculator.h>
 #include <downloader/Strategy/DrainCalculator.h>
 #include <downloader/Strategy/DrainCalculatorFactory.h>
