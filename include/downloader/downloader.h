@@ -27,6 +27,7 @@
 #include <downloader/Pipe/PseudoConfig.h>
 
 #include <downloader/Stream/PcdnInterfaceHelper.h>
+#include <downloader/Stream/XcdnInterfaceHelper.h>
 
 #include <downloader/Strategy/BufferDrainCalculator.h>
 #include <downloader/Strategy/DrainCalculator.h>
