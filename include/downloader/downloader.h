@@ -16,6 +16,8 @@
 #include <downloader/Base/URIBuilder.h>
 #include <downloader/Base/URIIdentifier.h>
 
+#include <downloader/Cache/FileDownloader.h>
+
 #include <downloader/Filter/DLDownloadLevel.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Filter/IDownloadFilter.h>
