@@ -24,6 +24,7 @@
 #include <downloader/Filter/SubCode.h>
 
 #include <downloader/Pipe/ConfigReader.h>
+#include <downloader/Pipe/DownloadManager.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
 #include <downloader/Pipe/PseudoConfig.h>
