@@ -48,6 +48,12 @@ int64_t TakeGrowth(std::atomic<int64_t>& last, int64_t current) {
 }
 
 template <typename Map>
+typename Map::mapped_type FindById(const Map& map, int32_t id) {
+  auto found = map.find(id);
+  return found == map.end() ? nullptr : found->second;
+}
+
+template <typename Map>
 int32_t EraseById(Map& map, int32_t id) {
   return map.erase(id) == 1 ? kRemoved : kNotFound;
 }
@@ -81,8 +87,7 @@ void DownloadManager::AddNewConfig(std::shared_ptr<protocols::IConfigure> config
 
 std::shared_ptr<protocols::IConfigure> DownloadManager::GetConfigById(int32_t id) {
   std::lock_guard<std::mutex> lock(mutex_);
-  auto found = configs_.find(id);
-  return found == configs_.end() ? nullptr : found->second;
+  return FindById(configs_, id);
 }
 
 int32_t DownloadManager::RemoveConfigById(int32_t id) {
@@ -99,8 +104,7 @@ void DownloadManager::AddNewReporter(std::shared_ptr<protocols::IReporter> repor
 
 std::shared_ptr<protocols::IReporter> DownloadManager::GetReportById(int32_t id) {
   std::lock_guard<std::mutex> lock(mutex_);
-  auto found = reporters_.find(id);
-  return found == reporters_.end() ? nullptr : found->second;
+  return FindById(reporters_, id);
 }
 
 int32_t DownloadManager::RemoveReporterById(int32_t id) {

@@ -1,12 +1,11 @@
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
-#include <atomic>
 #include <cstddef>
 #include <vector>
 
 #include "Base/SmartDns.h"
 #include "Platform/ModuleLoader.h"
-#include "Stream/DLLLoader.h"
+#include "Stream/SymbolBinding.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -22,10 +21,7 @@ using CloseFn = int (*)(int64_t);
 using SetTraceCallbackFn = int64_t (*)(PCDNTraceCallback);
 using NGGetFn = const char* (*)(const char*, const char*, char*, int);
 
-// Slots are written once, from empty to the engine's address, possibly by
-// two threads at the same time with the same value; an atomic word keeps that
-// benign race defined at the cost of a plain load.
-using Slot = std::atomic<void*>;
+using Slot = BindingSlot;
 
 Slot g_open{nullptr};
 Slot g_read{nullptr};
@@ -36,11 +32,6 @@ Slot g_setMeta{nullptr};
 Slot g_close{nullptr};
 Slot g_setTraceCallback{nullptr};
 Slot g_ngGet{nullptr};
-
-struct BindingRow {
-  Slot* slot;
-  const char* symbol;
-};
 
 // The ninth row names the NG keyed read; the loader stops before it, so its
 // slot stays empty for the life of the process.
@@ -65,31 +56,18 @@ constexpr int64_t kUnboundTraceResult = -1;
 constexpr int64_t kNoDownloadStarted = -1;
 constexpr int kNotCheckable = -1;
 
-template <typename Fn>
-Fn SlotAs(const Slot& slot) {
-  return reinterpret_cast<Fn>(slot.load(std::memory_order_acquire));
-}
-
 // The wrapper's function, binding first when its slot is empty; null when the
 // engine still does not offer it.
 template <typename Fn>
 Fn Bound(const Slot& slot) {
-  if (slot.load(std::memory_order_acquire) == nullptr) PcdnInterfaceHelper::EnsureSymbolLoaded();
+  if (IsEmpty(slot)) PcdnInterfaceHelper::EnsureSymbolLoaded();
   return SlotAs<Fn>(slot);
 }
 
 }  // namespace
 
 bool PcdnInterfaceHelper::EnsureSymbolLoaded() {
-  DLLLoader loader(platform::kPcdnModuleName);
-  for (size_t row = 0; row < kLoaderRowCount; ++row) {
-    Slot& slot = *kBindingTable[row].slot;
-    if (slot.load(std::memory_order_acquire) != nullptr) continue;
-    void* address = loader.Sym(kBindingTable[row].symbol);
-    if (address == nullptr) return false;
-    slot.store(address, std::memory_order_release);
-  }
-  return true;
+  return BindSymbols(platform::kPcdnModuleName, kBindingTable, kLoaderRowCount);
 }
 
 bool PcdnInterfaceHelper::NGEnsureSymbolLoaded() { return false; }
@@ -138,7 +116,7 @@ int PcdnInterfaceHelper::dlPCDNSetMeta(int64_t id, int intValue, int64_t longVal
 }
 
 int PcdnInterfaceHelper::dlPCDNSetByKV(const char* key, const char* value) {
-  if (g_setByKV.load(std::memory_order_acquire) == nullptr) EnsureSymbolLoaded();
+  if (IsEmpty(g_setByKV)) EnsureSymbolLoaded();
   if (key != nullptr) {
     std::string command(key);
     if (command == "itf-start-cur-load") {

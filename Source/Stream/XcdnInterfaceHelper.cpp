@@ -1,10 +1,9 @@
 #include <downloader/Stream/XcdnInterfaceHelper.h>
 
-#include <atomic>
 #include <cstddef>
 
 #include "Platform/ModuleLoader.h"
-#include "Stream/DLLLoader.h"
+#include "Stream/SymbolBinding.h"
 #include "Stream/XcdnBeamAdapter.h"
 #include "Utils/log/LogMessage.h"
 
@@ -26,9 +25,7 @@ using SetBeamCallbackFn = void (*)(XcdnEngineBeamCallback);
 using SetPropFn = uint32_t (*)(uintptr_t, uintptr_t, uintptr_t);
 using DownloadedFn = int (*)(const char*, uint32_t, uintptr_t, uintptr_t);
 
-// See the PCDN binding: slots are atomic words so that concurrent binding of
-// the same address stays defined.
-using Slot = std::atomic<void*>;
+using Slot = BindingSlot;
 
 Slot g_createSource{nullptr};
 Slot g_openSource{nullptr};
@@ -45,11 +42,6 @@ Slot g_setBeamCallback{nullptr};
 // No row fills these two: their wrappers always take the not-loaded path.
 Slot g_setProp{nullptr};
 Slot g_downloaded{nullptr};
-
-struct BindingRow {
-  Slot* slot;
-  const char* symbol;
-};
 
 constexpr BindingRow kBindingTable[] = {
     {&g_createSource, "XCdnCreateSource"},
@@ -72,16 +64,11 @@ constexpr int kBound = 1;
 constexpr int kUnbound = 0;
 constexpr int kNeverDownloaded = -1;
 
-template <typename Fn>
-Fn SlotAs(const Slot& slot) {
-  return reinterpret_cast<Fn>(slot.load(std::memory_order_acquire));
-}
-
 // The wrapper's function, binding first when its slot is empty; null (after
 // the "xcdn no soload:" line) when the engine still does not offer it.
 template <typename Fn>
 Fn Bound(const Slot& slot, const char* symbol) {
-  if (slot.load(std::memory_order_acquire) == nullptr) XcdnInterfaceHelper::EnsureSymbolLoaded();
+  if (IsEmpty(slot)) XcdnInterfaceHelper::EnsureSymbolLoaded();
   Fn function = SlotAs<Fn>(slot);
   if (function == nullptr) {
     DL_LOGW << "xcdn no soload:" << symbol;
@@ -100,14 +87,8 @@ void MapEngineModule() {
 }  // namespace
 
 int XcdnInterfaceHelper::EnsureSymbolLoaded() {
-  DLLLoader loader(platform::kXcdnModuleName);
-  for (const BindingRow& row : kBindingTable) {
-    if (row.slot->load(std::memory_order_acquire) != nullptr) continue;
-    void* address = loader.Sym(row.symbol);
-    if (address == nullptr) return kUnbound;
-    row.slot->store(address, std::memory_order_release);
-  }
-  return kBound;
+  constexpr size_t kRowCount = sizeof(kBindingTable) / sizeof(kBindingTable[0]);
+  return BindSymbols(platform::kXcdnModuleName, kBindingTable, kRowCount) ? kBound : kUnbound;
 }
 
 uint32_t XcdnInterfaceHelper::dlXCdnEngineInit(const char* config) {
@@ -131,7 +112,7 @@ int XcdnInterfaceHelper::dlXCdnEngineStop(uint32_t how) {
 }
 
 int XcdnInterfaceHelper::dlXCdnCreateSource(const char* description) {
-  if (g_createSource.load(std::memory_order_acquire) == nullptr) {
+  if (IsEmpty(g_createSource)) {
     DL_LOGI << "xcdn init from local source .";
     dlXCdnEngineInit("");
   }
@@ -209,7 +190,7 @@ void XcdnInterfaceHelper::dlXCdnSetBeamCallback(dl_beam_callback callback) {
 
 void XcdnInterfaceHelper::dlXCdnSetJsonBeamCallback(dl_beam_json_callback_func callback) {
   XcdnBeamAdapter::SetHostJsonCallback(callback);
-  if (g_setBeamCallback.load(std::memory_order_acquire) == nullptr) EnsureSymbolLoaded();
+  if (IsEmpty(g_setBeamCallback)) EnsureSymbolLoaded();
   auto setBeamCallback = SlotAs<SetBeamCallbackFn>(g_setBeamCallback);
   if (setBeamCallback == nullptr) return;
   DL_LOGI << "xcdn set beam";
