@@ -91,6 +91,11 @@ class FileSystem {
 
   // Every missing directory along `path` ("/" or "\" separated).
   FileStatus CreateDirs(const std::string& path);
+
+ protected:
+  // kInvalidArgument for flags that ask for neither reading nor writing, or
+  // for truncation without writing; Ok otherwise.
+  static FileStatus CheckOpenFlags(const std::string& path, uint32_t flags);
 };
 
 }  // namespace platform
