@@ -21,6 +21,8 @@
 #include <downloader/Filter/IDownloadFilter.h>
 #include <downloader/Filter/LocalFileExecutor.h>
 #include <downloader/Filter/LocalFileFilter.h>
+#include <downloader/Filter/WispDownloadExecutor.h>
+#include <downloader/Filter/WispDownloadFilter.h>
 #include <downloader/Filter/SubCode.h>
 
 #include <downloader/Pipe/ConfigReader.h>
