@@ -500,7 +500,8 @@ void WispDownloadExecutor::RefreshRecord() {
   RequestRecord record;
   record["effectiveUrl"] = response_ != nullptr ? response_->EffectiveUrl() : requestUrl_;
   record["header"] = response_ != nullptr ? response_->GetHeaders().ToString() : std::string();
-  record["cdnIp"] = response_ != nullptr ? response_->ServerAddress() : metrics.serverAddress;
+  record["cdnIp"] = response_ != nullptr && !response_->ServerAddress().empty() ? response_->ServerAddress()
+                                                                                : metrics.serverAddress;
   record["speed"] = std::to_string(CurrentSpeedLocked());
   record["httpCode"] = std::to_string(response_ != nullptr ? response_->Status() : error_.status);
   record["downloadSize"] = std::to_string(receivedBytes_);
