@@ -16,46 +16,60 @@ WispDownloadExecutor::BufferQueue::~BufferQueue() {
 }
 
 size_t WispDownloadExecutor::BufferQueue::Write(const void* data, size_t length) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (ended_) {
-    DL_LOGW << "attention!! Write data after eof, drop it!";
-    return 0;
+  bool afterEnd = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    afterEnd = ended_;
+    if (length == 0) ended_ = true;
   }
-  if (length == 0) {
-    ended_ = true;
+  if (afterEnd) {
+    DL_LOGW << "attention!! Write data after eof, drop it!";
     return 0;
   }
   const uint8_t* bytes = static_cast<const uint8_t*>(data);
   size_t written = 0;
+  // Piece by piece, so that the reader can take the first bytes while the
+  // rest are copied in. Pieces of one write stay together: there is one writer.
   while (written < length) {
-    if (tail_ == nullptr || tail_->ring.Full()) {
-      auto node = std::make_unique<Node>();
-      Node* added = node.get();
-      if (tail_ == nullptr) {
-        head_ = std::move(node);
-      } else {
-        tail_->next = std::move(node);
-      }
-      tail_ = added;
-      ++nodes_;
-    }
-    written += tail_->ring.Write(bytes + written, length - written);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (tail_ == nullptr || tail_->ring.Full()) AppendNodeLocked();
+    const size_t piece = tail_->ring.Write(bytes + written, std::min(length - written, kLockedCopyBytes));
+    written += piece;
+    queued_ += piece;
   }
-  queued_ += length;
   return length;
 }
 
+void WispDownloadExecutor::BufferQueue::AppendNodeLocked() {
+  auto node = std::make_unique<Node>();
+  Node* added = node.get();
+  if (tail_ == nullptr) {
+    head_ = std::move(node);
+  } else {
+    tail_->next = std::move(node);
+  }
+  tail_ = added;
+  ++nodes_;
+}
+
 size_t WispDownloadExecutor::BufferQueue::Read(void* out, size_t length) {
-  std::lock_guard<std::mutex> lock(mutex_);
   uint8_t* bytes = static_cast<uint8_t*>(out);
   size_t done = 0;
-  while (done < length && head_ != nullptr) {
-    done += head_->ring.Read(bytes + done, length - done);
-    if (!head_->ring.Empty() || head_.get() == tail_) break;
-    head_ = std::move(head_->next);
-    --nodes_;
+  // Piece by piece, so that the network thread's Write never waits long for the lock.
+  while (done < length) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (head_ == nullptr) break;
+    const size_t piece = head_->ring.Read(bytes + done, std::min(length - done, kLockedCopyBytes));
+    done += piece;
+    queued_ -= piece;
+    if (head_->ring.Empty()) {
+      if (head_.get() == tail_) break;
+      head_ = std::move(head_->next);
+      --nodes_;
+    } else if (piece == 0) {
+      break;
+    }
   }
-  queued_ -= done;
   return done;
 }
 

@@ -7,7 +7,9 @@
 // The end of the data is a zero-length Write: bytes written after it are
 // dropped with a warning, and Read drains what was queued before it.
 //
-// Thread rules: any thread; every operation holds mutex_ for its whole run.
+// Thread rules: one writer thread and any readers. Write and Read hold mutex_
+// for at most kLockedCopyBytes of copying at a time, so that the two sides
+// overlap; the other operations hold it for their whole run.
 #ifndef DOWNLOADER_FILTER_WISPBUFFERQUEUE_H_
 #define DOWNLOADER_FILTER_WISPBUFFERQUEUE_H_
 
@@ -23,6 +25,8 @@ namespace downloader {
 
 struct WispDownloadExecutor::BufferQueue {
   static constexpr size_t kRingCapacity = 0x100000;
+  // Write and Read copy at most this much per hold of the lock.
+  static constexpr size_t kLockedCopyBytes = 64 * 1024;
 
   BufferQueue();
   ~BufferQueue();
@@ -43,6 +47,8 @@ struct WispDownloadExecutor::BufferQueue {
   uint64_t HeldBytes();
 
  private:
+  void AppendNodeLocked();
+
   struct Node {
     Node();
     wisp::RingBuffer ring;

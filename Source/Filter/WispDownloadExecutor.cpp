@@ -22,6 +22,10 @@ namespace {
 
 // Waiters poll in steps of this length, so a lost wake-up costs at most one step.
 constexpr std::chrono::milliseconds kWaitStep{100};
+// A reader that found nothing first waits this long, during which arriving
+// bytes wake it only once kWakeBytes are queued.
+constexpr std::chrono::milliseconds kCoalesceStep{2};
+constexpr uint64_t kWakeBytes = 1u << 20;
 constexpr int64_t kNoDetail = -1;
 constexpr char kInterruptedText[] = "WispDownloadFilter,interrupted";
 constexpr char kReportCategory[] = "downloader";
@@ -222,6 +226,7 @@ DLReadResult WispDownloadExecutor::Read(Packet& packet) {
   if (packet.GetSize() == 0 || packet.GetBuffer() == nullptr) return result;
   const Clock::time_point begin = Clock::now();
   const auto readTimeout = std::chrono::milliseconds(readTimeoutMs_);
+  Clock::time_point waitStart;
   for (;;) {
     std::shared_ptr<BufferQueue> queue;
     uint64_t seen = 0;
@@ -258,9 +263,17 @@ DLReadResult WispDownloadExecutor::Read(Packet& packet) {
       result.Set(kDLFailure, 0, HttpErrorCode::kTimeout);
       return result;
     }
-    const auto step = std::min<Clock::duration>(kWaitStep, readTimeout - elapsed);
+    // The first step is short and the network does not wake the reader for
+    // less than kWakeBytes during it, so bytes arriving in quick succession are
+    // taken in one go instead of one wake-up (and one preemption of the
+    // network thread) per block.
+    const bool firstStep = waitStart == Clock::time_point();
+    if (firstStep) waitStart = Clock::now();
+    const auto step = std::min<Clock::duration>(firstStep ? kCoalesceStep : kWaitStep, readTimeout - elapsed);
     std::unique_lock<std::mutex> lock(mutex_);
+    readerWaitingSince_ = waitStart;
     cv_.wait_for(lock, step, [&] { return closed_ || arrivals_ != seen; });
+    readerWaitingSince_ = Clock::time_point();
   }
 }
 
@@ -431,11 +444,15 @@ void WispDownloadExecutor::OnBytes(wisp::http::IRequestCall* call, const uint8_t
   }
   queue->Write(data, length);
   WispTotals::AddCdnBytes(length);
+  const uint64_t queued = queue->QueuedBytes();
+  bool wake = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     ++arrivals_;
+    wake = readerWaitingSince_ != Clock::time_point() &&
+           (queued >= kWakeBytes || Clock::now() - readerWaitingSince_ >= kCoalesceStep);
   }
-  cv_.notify_all();
+  if (wake) cv_.notify_one();
   PauseIfFull(call, queue);
 }
 

@@ -165,6 +165,7 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   Clock::time_point responseTime_{};
   Clock::time_point lastByteTime_{};
   uint64_t arrivals_ = 0;         // callbacks that may end a wait
+  Clock::time_point readerWaitingSince_{};  // zero while no Read waits
   bool closed_ = false;
   bool everResponded_ = false;
   bool ready_ = false;
