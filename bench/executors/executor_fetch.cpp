@@ -2,7 +2,7 @@
 // reads it: WispDownloadFilter -> WispDownloadExecutor::Open -> Read with
 // packets of a fixed size until the end of the data.
 //
-//   executor_fetch URL PACKET_BYTES
+//   executor_fetch URL PACKET_BYTES [--log]    --log: the library's debug lines to stderr
 //
 // Prints one line: "bytes=N seconds=S cpu_seconds=C reads=R". Exits non-zero
 // when a read fails.
@@ -24,12 +24,18 @@ double CpuSeconds() {
   return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
+void PrintLine(int /*level*/, const char* line) { std::fputs(line, stderr); }
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: %s URL PACKET_BYTES\n", argv[0]);
+  if (argc != 3 && !(argc == 4 && std::string(argv[3]) == "--log")) {
+    std::fprintf(stderr, "usage: %s URL PACKET_BYTES [--log]\n", argv[0]);
     return 2;
+  }
+  if (argc == 4) {
+    dl_set_quill_callback(&PrintLine);
+    dl_set_log_level(DL_LOG_DEBUG);
   }
   const std::string url = argv[1];
   const uint64_t packetBytes = std::strtoull(argv[2], nullptr, 10);
