@@ -39,6 +39,10 @@ measure() {
   awk '{print $1, $2 + $3}' <<<"$times"
 }
 
+# Both tools must fetch the whole file for their times to mean anything.
+[[ $(curl -sf -o /dev/null -w '%{size_download}' "$url/1g.bin") == 1073741824 ]] || { echo "curl fetch failed"; exit 1; }
+grep -q 'bytes=1073741824 ' <<<"$("$fetch" "$url/1g.bin")" || { echo "wisp_fetch failed"; exit 1; }
+
 declare -a curl_s curl_cpu wisp_s wisp_cpu
 for ((round = 0; round < rounds; round++)); do
   read -r wall cpu < <(measure curl -s -o /dev/null "$url/1g.bin")
