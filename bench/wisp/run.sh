@@ -16,50 +16,20 @@ cmake --preset release >/dev/null
 cmake --build --preset release -j2 --target wisp_fetch >/dev/null
 fetch=$build/bin/wisp_fetch
 
+source "$root/bench/loopback-nginx.sh"
 work=$(mktemp -d /tmp/wisp-bench.XXXXXX)
-nginx_pid=""
 cleanup() {
-  if [[ -n "$nginx_pid" ]]; then kill "$nginx_pid" 2>/dev/null || true; fi
+  stop_loopback_nginx
   rm -rf "$work"
 }
 trap cleanup EXIT
 
 # The payload: sparse files, so that the page cache, not the disk, feeds nginx.
-mkdir -p "$work/www" "$work/logs" "$work/tmp"
+mkdir -p "$work/www"
 truncate -s 1G "$work/www/1g.bin"
 truncate -s 256M "$work/www/256m.bin"
-
-port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-cat >"$work/nginx.conf" <<CONF
-daemon off;
-user root;
-worker_processes 1;
-pid $work/nginx.pid;
-error_log $work/logs/error.log;
-events { worker_connections 64; }
-http {
-  access_log off;
-  sendfile on;
-  tcp_nopush on;
-  default_type application/octet-stream;
-  client_body_temp_path $work/tmp/body;
-  proxy_temp_path $work/tmp/proxy;
-  fastcgi_temp_path $work/tmp/fastcgi;
-  uwsgi_temp_path $work/tmp/uwsgi;
-  scgi_temp_path $work/tmp/scgi;
-  server {
-    listen 127.0.0.1:$port;
-    root $work/www;
-  }
-}
-CONF
-nginx -c "$work/nginx.conf" -p "$work" &
-nginx_pid=$!
-url=http://127.0.0.1:$port
-for _ in $(seq 50); do
-  curl -s -o /dev/null "$url/256m.bin" -r 0-0 && break
-  sleep 0.1
-done
+start_loopback_nginx "$work"
+url=$nginx_url
 
 # Runs a command; prints "wall_seconds cpu_seconds" (user+sys of the command).
 measure() {

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <string>
 #include <memory>
 
 namespace {
@@ -93,6 +95,25 @@ int main() {
   downloader::FileDownloader preload({{"http://h/a.mp4", "", "", 0}});
   preload.Start();
   Check(preload.identity() == 1000 && preload.downloadIds().front() == -1, "preload set without engine");
+
+  const std::string path = (std::filesystem::temp_directory_path() / "dl-host-local.ts").generic_u8string();
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  Check(file != nullptr && std::fwrite("local bytes", 1, 11, file) == 11, "write a local file");
+  if (file != nullptr) std::fclose(file);
+  auto local = downloader::URI::From(std::string(downloader::LocalFileFilter::kLocalUrlPrefix) + path, {});
+  downloader::WispDownloadFilter http;
+  downloader::LocalFileFilter localLevel;
+  Check(http.ShouldRespond(local, nullptr).subCode == downloader::WispDownloadFilter::kRefusedSubCode,
+        "the HTTP level refuses a local URL");
+  Check(localLevel.ShouldRespond(local, nullptr).code == kDLSuccess, "the local level serves it");
+  auto executor = localLevel.AcquireExecutor(local);
+  Check(executor->Open(local).code == kDLSuccess, "local open");
+  downloader::Packet bytes(64);
+  bytes.Alloc();
+  Check(executor->Read(bytes).bytes == 11 && std::memcmp(bytes.GetBuffer(), "local bytes", 11) == 0, "local read");
+  Check(executor->Read(bytes).code == kDLEndOfData, "local end of data");
+  executor->Close();
+  std::remove(path.c_str());
 
   dl_set_quill_callback(nullptr);
   std::printf("%s\n", g_failures == 0 ? "host: all checks passed" : "host: failures");

@@ -14,7 +14,10 @@
 //   answers (1, 0). WaitOpenResult then answers as Open would have.
 // - Read fills at most the packet's size and blocks at most the read
 //   time-out: (0, n > 0) bytes; (0, 0) nothing yet; (5, 0) the end of the
-//   data, also for an open at or past the end; (1, sub-code) a failure.
+//   data, every time it is asked again; (1, sub-code) a failure.
+// - An open at or past the end ("range_start" >= the size) never delivers a
+//   byte: either Open fails (the HTTP level's H416) or the first Read answers
+//   (5, 0).
 // - Seek moves to an absolute offset; the next Read starts there.
 // - Read or Seek after a failed Open, or after Close, fail without blocking.
 // - Close may be called after a failed open and more than once; once it
