@@ -244,7 +244,13 @@ DLResultCode RetryableStream::PrepareOpen(const std::shared_ptr<URI>& uri, const
 }
 
 DLDownloadLevel RetryableStream::InitialLevel() const {
-  return mask_ == DownloadLevels::kPcdnOnly ? kDLLevelPcdn : kDLLevelCache;
+  if (mask_ == DownloadLevels::kPcdnOnly) return kDLLevelPcdn;
+  // The cache levels serve a request that starts past 0 only when told to
+  // honour its range; otherwise they would deliver from offset 0.
+  if (offset_ > 0 && !ReadConfigBool(config_, kDownloaderConfigGroup, "enable_cache_filter_range_start", false)) {
+    return kDLLevelPcdn;
+  }
+  return kDLLevelCache;
 }
 
 bool RetryableStream::InMask(DLDownloadLevel level) const {
@@ -264,27 +270,24 @@ DLResultCode RetryableStream::OpenWalk() {
   DLResultCode lastRefusal(kDLFailure, kNoFilterSubCode);
   while (true) {
     visited.insert(level);
-    LevelAttempt attempt = OpenAtLevel(level);
-    if (attempt.executor) {
-      InstallExecutor(std::move(attempt.executor), level);
-      return attempt.result;
-    }
-    if (attempt.result.subCode == kClosedSubCode) return attempt.result;
-    if (attempt.responded) {
-      executorOpened = true;
-      lastOpenFailure = attempt.result;
-      Commit(kStatsStageOpen, "open_open_error", level, attempt.result);
-    } else {
-      lastRefusal = attempt.result;
-      Commit(kStatsStageOpen, "open_respond_error", level, attempt.result);
+    if (InMask(level)) {
+      LevelAttempt attempt = OpenAtLevel(level);
+      if (attempt.executor) {
+        InstallExecutor(std::move(attempt.executor), level);
+        return attempt.result;
+      }
+      if (attempt.result.subCode == kClosedSubCode) return attempt.result;
+      if (attempt.responded) {
+        executorOpened = true;
+        lastOpenFailure = attempt.result;
+      } else {
+        lastRefusal = attempt.result;
+      }
+      Commit(kStatsStageOpen, attempt.responded ? "open_open_error" : "open_respond_error", level, attempt.result);
     }
     DLDownloadLevel next = NextLevel(level);
-    while (next != level && visited.count(next) == 0 && !InMask(next)) {
-      visited.insert(next);
-      next = NextLevel(next);
-    }
     if (next == level || visited.count(next) != 0) break;
-    Commit(kStatsStageOpen, "open_downgrade", next, attempt.result);
+    if (InMask(next)) Commit(kStatsStageOpen, "open_downgrade", next, DLResultCode(kDLSuccess, 0));
     level = next;
   }
   return executorOpened ? lastOpenFailure : lastRefusal;

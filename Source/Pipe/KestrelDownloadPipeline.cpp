@@ -1,11 +1,12 @@
 #include <downloader/Pipe/KestrelDownloadPipeline.h>
 
+#include "Filter/CacheDownloadFilter.h"
 #include "Filter/IPcdnDownloadFilter.h"
 
 namespace downloader {
 
 KestrelDownloadPipeline::KestrelDownloadPipeline()
-    : pcdnFilter_(new IPcdnDownloadFilter()) {
+    : cacheFilter_(new CacheDownloadFilter()), pcdnFilter_(new IPcdnDownloadFilter()) {
   AddFilter(kDLLevelCache, cacheFilter_.get());
   AddFilter(kDLLevelPcdn, pcdnFilter_.get());
   AddFilter(kDLLevelLocalFile, localFileFilter_.get());
