@@ -19,6 +19,10 @@
 #include <downloader/Filter/DLDownloadLevel.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Filter/IDownloadFilter.h>
+#include <downloader/Filter/LocalFileExecutor.h>
+#include <downloader/Filter/LocalFileFilter.h>
+#include <downloader/Filter/WispDownloadExecutor.h>
+#include <downloader/Filter/WispDownloadFilter.h>
 #include <downloader/Filter/SubCode.h>
 
 #include <downloader/Impls/IStream.h>
