@@ -1,6 +1,9 @@
 #include "Filter/CacheDownloadExecutor.h"
 
+#include <algorithm>
 #include <utility>
+
+#include <downloader/Storage/CacheWriter.h>
 
 #include "Filter/CacheDownloadFilter.h"
 #include "Utils/log/LogMessage.h"
@@ -15,10 +18,18 @@ CacheDownloadExecutor::~CacheDownloadExecutor() = default;
 
 DLResultCode CacheDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
   const std::shared_ptr<URI>& request = uri ? uri : uri_;
+  if (!request) return DLResultCode(kDLFailure, CacheDownloadFilter::kNotReadableSubCode);
+  if (!store_ || store_->GetID() != request->ID()) store_ = storage::CacheWriter::AcquireDataStore(config_, request);
+  if (!store_ || !store_->IsReadable()) {
+    DL_LOGD << "cache executor nothing stored for uri:" << request->GetStringRep();
+    return DLResultCode(kDLFailure, CacheDownloadFilter::kNotReadableSubCode);
+  }
   int64_t downloadedSize = store_->GetDownloadedSize();
+  int64_t totalSize = store_->GetTotalSize();
   int64_t rangeStart = ReadParamInt64(request->GetParams(), "range_start", 0);
   if (ReadConfigBool(config_, kDownloaderConfigGroup, "enable_cache_filter_range_start", false) && rangeStart > 0) {
-    if (rangeStart <= downloadedSize && store_->Seek(rangeStart)) {
+    if (rangeStart <= downloadedSize || rangeStart >= totalSize) {
+      store_->Seek(std::min(rangeStart, totalSize));
       DL_LOGD << "cache open range start:" << rangeStart << ",downloaded_size:" << downloadedSize
               << ",id:" << store_->GetID();
     } else {
@@ -65,7 +76,7 @@ DLResultCode CacheDownloadExecutor::Seek(int64_t offset) {
   return DLResultCode(kDLSuccess, 0);
 }
 
-int64_t CacheDownloadExecutor::GetFileSize() { return store_->GetTotalSize(); }
+int64_t CacheDownloadExecutor::GetFileSize() { return opened_ ? store_->GetTotalSize() : 0; }
 
 DLResultCode CacheDownloadExecutor::Close() {
   closed_ = true;
@@ -76,7 +87,7 @@ void CacheDownloadExecutor::SetHint(const std::string& /*hint*/) {}
 
 std::string CacheDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "is_loaded_from_cache") return "1";
-  if (key == "downloaded_size") return std::to_string(store_->GetDownloadedSize());
+  if (key == "downloaded_size") return std::to_string(store_ ? store_->GetDownloadedSize() : 0);
   if (key == "executor_name") return "cache_download_filter";
   return std::string();
 }

@@ -1,11 +1,14 @@
 // Serves a request from the cache writer's data store of its resource. Its
 // name is "CACHE".
 //
-// Open always succeeds; with "enable_cache_filter_range_start" on, a
-// "range_start" within the stored bytes moves the store's cursor there (one
-// beyond them opens at 0). Read loads up to the packet's size at the cursor:
-// (0, n); (5, 0) at the end of the resource; (1, RFUR) at the first byte that
-// is not stored, so that the stream continues at the next level from there.
+// Open reads the resource its URI names (it takes that resource's store when
+// the executor was made for another one) and fails with RFUR when nothing of
+// it is stored. With "enable_cache_filter_range_start" on, a "range_start"
+// within the stored bytes moves the store's cursor there, one at or past the
+// end of the resource to the end, and one in between opens at 0. Read loads up
+// to the packet's size at the cursor: (0, n); (5, 0) at the end of the
+// resource; (1, RFUR) at the first byte that is not stored, so that the stream
+// continues at the next level from there.
 //
 // Thread rules: one stream thread; the store is this executor's own.
 #ifndef DOWNLOADER_FILTER_CACHEDOWNLOADEXECUTOR_H_
@@ -43,9 +46,8 @@ class CacheDownloadExecutor : public IDownloadExecutor {
   // Constant after construction.
   const ConfigPtr config_;
   const std::shared_ptr<URI> uri_;
-  const std::shared_ptr<storage::IDataStore> store_;
-
   // Stream thread only.
+  std::shared_ptr<storage::IDataStore> store_;
   bool opened_ = false;
   bool closed_ = false;
 };

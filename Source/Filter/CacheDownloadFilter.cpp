@@ -55,9 +55,7 @@ DLResultCode CacheDownloadFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
 std::shared_ptr<IDownloadExecutor> CacheDownloadFilter::AcquireExecutor(const std::shared_ptr<URI>& uri) {
   if (!uri) return nullptr;
   if (storage::SegmentCachePolicy::Applies(config_, uri->GetStringRep())) return segmentFilter_.AcquireExecutor(uri);
-  std::shared_ptr<storage::IDataStore> store = storage::CacheWriter::AcquireDataStore(config_, uri);
-  if (!store) return nullptr;
-  return std::make_shared<CacheDownloadExecutor>(config_, uri, std::move(store));
+  return std::make_shared<CacheDownloadExecutor>(config_, uri, storage::CacheWriter::AcquireDataStore(config_, uri));
 }
 
 }  // namespace downloader

@@ -58,8 +58,14 @@ DLResultCode SegmentDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
 }
 
 DLResultCode SegmentDownloadExecutor::OpenResultLocked() const {
-  if (fileSize_ > 0 && !errorSeen_) return DLResultCode(kDLSuccess, 0);
+  if (fileSize_ > 0 && !StartFailedLocked()) return DLResultCode(kDLSuccess, 0);
   return DLResultCode(kDLFailure, errorSeen_ ? errorSubCode_ : storage::SegmentReadSide::kNotStoredSubCode);
+}
+
+bool SegmentDownloadExecutor::StartFailedLocked() const {
+  // The reading side delivers the first block before its thread can meet a
+  // gap, so an error with nothing received is the start's own.
+  return errorSeen_ && received_ == 0;
 }
 
 DLResultCode SegmentDownloadExecutor::OpenAsync(const std::shared_ptr<URI>& /*uri*/) {
@@ -149,7 +155,7 @@ DLResultCode SegmentDownloadExecutor::Seek(int64_t offset) {
   }
   StartReading(offset);
   std::lock_guard<std::mutex> lock(mutex_);
-  return errorSeen_ ? DLResultCode(kDLFailure, errorSubCode_) : DLResultCode(kDLSuccess, 0);
+  return StartFailedLocked() ? DLResultCode(kDLFailure, errorSubCode_) : DLResultCode(kDLSuccess, 0);
 }
 
 int64_t SegmentDownloadExecutor::GetFileSize() {

@@ -64,6 +64,7 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
   // Waits up to `waitMs` for the file size or an error.
   void Wait(int64_t waitMs);
   DLResultCode OpenResultLocked() const;
+  bool StartFailedLocked() const;
 
   // Constant after construction.
   const ConfigPtr config_;

@@ -37,7 +37,7 @@ bool SegmentDataStore::IsReadable() {
 }
 
 bool SegmentDataStore::Seek(int64_t position) {
-  if (position < 0 || position > GetDownloadedSize()) return false;
+  if (position < 0 || position > GetTotalSize()) return false;
   position_ = position;
   return true;
 }

@@ -58,8 +58,8 @@ TEST_F(CacheLevelConcurrencyTest, AReaderFollowsAWriterOfTheSameResource) {
   second = ReadAll(*stream);
   stream->Close();
   writerSide.join();
-  EXPECT_EQ(first, content);
-  EXPECT_EQ(second, content);
+  EXPECT_TRUE(dltest::SameBytes(first, content));
+  EXPECT_TRUE(dltest::SameBytes(second, content));
 }
 
 TEST_F(CacheLevelConcurrencyTest, ClosingWhileTheReadingSideDeliversStopsIt) {

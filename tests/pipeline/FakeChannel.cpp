@@ -134,6 +134,15 @@ void FakeFilter::RecordClose() {
   ++closes_;
 }
 
+::testing::AssertionResult SameBytes(const std::string& actual, const std::string& expected) {
+  if (actual == expected) return ::testing::AssertionSuccess();
+  size_t common = std::min(actual.size(), expected.size());
+  size_t first = 0;
+  while (first < common && actual[first] == expected[first]) ++first;
+  return ::testing::AssertionFailure() << "got " << actual.size() << " bytes, expected " << expected.size()
+                                       << ", first difference at offset " << first;
+}
+
 std::string PatternBytes(size_t size, uint32_t seed) {
   std::string bytes(size, '\0');
   uint32_t state = seed * 2654435761u + 1;

@@ -4,6 +4,8 @@
 #ifndef TESTS_PIPELINE_FAKECHANNEL_H_
 #define TESTS_PIPELINE_FAKECHANNEL_H_
 
+#include <gtest/gtest.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -100,6 +102,10 @@ class FakeFilter : public downloader::IDownloadFilter {
 
 // `size` deterministic bytes that differ from offset to offset.
 std::string PatternBytes(size_t size, uint32_t seed = 1);
+
+// Equal byte strings; otherwise the sizes and the first differing offset
+// (never the bytes themselves, which may be megabytes).
+::testing::AssertionResult SameBytes(const std::string& actual, const std::string& expected);
 
 }  // namespace dltest
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <downloader/Pipe/DownloadPipeline.h>
+#include <downloader/Pipe/KestrelDownloadPipeline.h>
 
 #include "FakeChannel.h"
 #include "support/MapConfig.h"
@@ -88,6 +89,18 @@ TEST(DownloadPipelineTest, VisitsInAscendingLevelOrderAndStopsWhenTheVisitorSays
   });
   EXPECT_EQ(calls, 2);
   pipeline.AccessFilter(DownloadPipeline::FilterVisitor());
+}
+
+TEST(DownloadPipelineTest, KestrelPipelineHoldsCachePcdnLocalFileAndHttpInThatOrder) {
+  KestrelDownloadPipeline pipeline;
+  EXPECT_EQ(VisitedLevels(pipeline),
+            (std::vector<DLDownloadLevel>{kDLLevelCache, kDLLevelPcdn, kDLLevelLocalFile, kDLLevelHttp}));
+  // Until an engine is bound, the PCDN level refuses everything.
+  pipeline.AccessFilter([](DLDownloadLevel level, IDownloadFilter* filter) {
+    if (level != kDLLevelPcdn) return false;
+    EXPECT_EQ(filter->ShouldRespond(URI::From("http://cdn.example/a.ts", {}), nullptr).code, 1);
+    return true;
+  });
 }
 
 TEST(DownloadPipelineTest, ConfigurationReachesEveryFilterBeforeTheGlobalHook) {

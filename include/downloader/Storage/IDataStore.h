@@ -6,9 +6,9 @@
 // Thread rules: one reader thread per store; the file underneath is shared
 // safely with writers and other readers.
 //
-// Edge cases: Seek beyond the downloaded size fails and keeps the cursor;
-// Load at the end of the resource, or at the first byte that is not stored,
-// returns 0; a store whose file is invalid is not readable and loads nothing.
+// Edge cases: Seek beyond the total size fails and keeps the cursor; Load at
+// the end of the resource, or at a byte that is not stored, returns 0; a
+// store whose file is invalid is not readable and loads nothing.
 #ifndef DOWNLOADER_STORAGE_IDATASTORE_H_
 #define DOWNLOADER_STORAGE_IDATASTORE_H_
 
