@@ -606,7 +606,7 @@ void RetryableStream::MaybeStartSegmentWriter() {
 
 void RetryableStream::CompleteSegmentWriter() {
   if (!segmentWriter_) return;
-  storage::SegmentFileWriterDispatch::GetInstance().complete(segmentWriter_);
+  storage::CacheWriter::CompleteSegmentWriter(std::move(segmentWriter_));
   segmentWriter_.reset();
 }
 

@@ -1,6 +1,8 @@
 #include <downloader/Storage/CacheWriter.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #include "Platform/FileSystem.h"
@@ -10,6 +12,7 @@
 #include "Storage/SegmentDataStore.h"
 #include "Storage/SegmentFileV1.h"
 #include "Storage/SegmentFileWriter.h"
+#include "Storage/SegmentFileWriterDispatch.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -21,8 +24,10 @@ constexpr char kSegmentCacheVersion[] = "v1";
 
 struct CacheRoot {
   std::mutex mutex;
+  std::condition_variable writesDone;
   // Guarded by mutex.
   std::string root;
+  int64_t pendingCompletions = 0;
 };
 
 CacheRoot& SharedRoot() {
@@ -93,6 +98,30 @@ std::shared_ptr<SegmentFileWriter> CacheWriter::CreateSegmentWriter(const Config
     return nullptr;
   }
   return std::make_shared<SegmentFileWriter>(path, contentSize, jobId, isPreload, flushLimit);
+}
+
+void CacheWriter::CompleteSegmentWriter(std::shared_ptr<SegmentFileWriter> writer) {
+  if (!writer) return;
+  CacheRoot& shared = SharedRoot();
+  {
+    std::lock_guard<std::mutex> lock(shared.mutex);
+    ++shared.pendingCompletions;
+  }
+  // Runs on the storage thread after every store posted before it.
+  SegmentFileWriterDispatch::GetInstance().complete(writer, [&shared] {
+    {
+      std::lock_guard<std::mutex> lock(shared.mutex);
+      --shared.pendingCompletions;
+    }
+    shared.writesDone.notify_all();
+  });
+}
+
+bool CacheWriter::WaitForPendingWrites(int64_t timeoutMs) {
+  CacheRoot& shared = SharedRoot();
+  std::unique_lock<std::mutex> lock(shared.mutex);
+  return shared.writesDone.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                                    [&shared] { return shared.pendingCompletions == 0; });
 }
 
 }  // namespace storage

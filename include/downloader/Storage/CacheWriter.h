@@ -46,6 +46,12 @@ class DOWNLOADER_EXPORT CacheWriter {
   static std::shared_ptr<SegmentFileWriter> CreateSegmentWriter(const ConfigPtr& config,
                                                                 const std::shared_ptr<URI>& uri,
                                                                 uint64_t contentSize);
+  // Hands the writer's last bytes to the storage thread; returns at once.
+  static void CompleteSegmentWriter(std::shared_ptr<SegmentFileWriter> writer);
+  // Waits until every writer completed so far has reached the disk; false
+  // when `timeoutMs` passed first. A host calls it before it exits or unloads
+  // the library, so that the end of the last resources read is kept.
+  static bool WaitForPendingWrites(int64_t timeoutMs);
 };
 
 }  // namespace storage
