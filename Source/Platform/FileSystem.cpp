@@ -8,6 +8,14 @@ bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
 }  // namespace
 
+FileStatus FileSystem::CheckOpenFlags(const std::string& path, uint32_t flags) {
+  if ((flags & (kOpenRead | kOpenWrite)) == 0) return FileStatus::InvalidArgument("open without read or write " + path);
+  if ((flags & kOpenTruncate) != 0 && (flags & kOpenWrite) == 0) {
+    return FileStatus::InvalidArgument("truncate read-only " + path);
+  }
+  return FileStatus::Ok();
+}
+
 FileStatus FileSystem::CreateDirs(const std::string& path) {
   FileInfo info;
   FileStatus status = GetFileInfo(path, &info);

@@ -20,6 +20,9 @@
 //   took only when the system reported no error; otherwise the error, with
 //   `*bytesWritten` telling how much did land.
 // - Rename replaces an existing target; the source may be open elsewhere.
+// - RemoveFile of a file that other handles hold open succeeds; POSIX drops
+//   the name at once, Windows when the last handle closes (until then the
+//   name still exists and cannot be created anew).
 // - CreateDir of an existing directory is kAlreadyExists; CreateDirs treats
 //   it as success.
 #ifndef DOWNLOADER_PLATFORM_FILESYSTEM_H_
@@ -88,6 +91,11 @@ class FileSystem {
 
   // Every missing directory along `path` ("/" or "\" separated).
   FileStatus CreateDirs(const std::string& path);
+
+ protected:
+  // kInvalidArgument for flags that ask for neither reading nor writing, or
+  // for truncation without writing; Ok otherwise.
+  static FileStatus CheckOpenFlags(const std::string& path, uint32_t flags);
 };
 
 }  // namespace platform

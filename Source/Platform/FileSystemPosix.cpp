@@ -84,10 +84,10 @@ class PosixFileSystem : public FileSystem {
  public:
   FileStatus OpenFile(const std::string& path, uint32_t flags, std::unique_ptr<PositionalFile>* file) override {
     file->reset();
+    FileStatus valid = CheckOpenFlags(path, flags);
+    if (!valid.ok()) return valid;
     bool read = (flags & kOpenRead) != 0;
     bool write = (flags & kOpenWrite) != 0;
-    if (!read && !write) return FileStatus::InvalidArgument("open without read or write " + path);
-    if ((flags & kOpenTruncate) != 0 && !write) return FileStatus::InvalidArgument("truncate read-only " + path);
     int mode = read && write ? O_RDWR : (write ? O_WRONLY : O_RDONLY);
     if ((flags & kOpenCreate) != 0) mode |= O_CREAT;
     if ((flags & kOpenTruncate) != 0) mode |= O_TRUNC;

@@ -136,10 +136,10 @@ class WindowsFileSystem : public FileSystem {
  public:
   FileStatus OpenFile(const std::string& path, uint32_t flags, std::unique_ptr<PositionalFile>* file) override {
     file->reset();
+    FileStatus valid = CheckOpenFlags(path, flags);
+    if (!valid.ok()) return valid;
     bool read = (flags & kOpenRead) != 0;
     bool write = (flags & kOpenWrite) != 0;
-    if (!read && !write) return FileStatus::InvalidArgument("open without read or write " + path);
-    if ((flags & kOpenTruncate) != 0 && !write) return FileStatus::InvalidArgument("truncate read-only " + path);
     std::wstring wide;
     if (!ConvertPath(path, &wide)) return FileStatus::InvalidArgument("path not UTF-8 " + path);
     DWORD access = (read ? GENERIC_READ : 0) | (write ? GENERIC_WRITE : 0);

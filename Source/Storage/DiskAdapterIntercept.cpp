@@ -17,24 +17,30 @@ uint32_t DiskAdapterIntercept::checksumOf(const uint8_t* data, uint64_t len) {
   return checksum_.value();
 }
 
-bool DiskAdapterIntercept::wholeChunkAt(uint64_t goff, uint64_t len, SegmentChunk* chunk) {
-  return segmentFile_->get_segment_chunk(goff, chunk) && chunk->offset == goff && chunk->content_len == len;
+bool DiskAdapterIntercept::isWholeChunk(const SegmentChunk& chunk, uint64_t goff, uint64_t len) {
+  return chunk.offset == goff && chunk.content_len == len;
 }
 
 int64_t DiskAdapterIntercept::before_write(const uint8_t* data, uint64_t goff, uint64_t len) {
+  // The stored checksum only matters for a filled chunk: it is read (by
+  // get_segment_chunk) only then.
   SegmentChunk chunk;
-  if (!segmentFile_->get_segment_chunk(goff, &chunk)) {
+  if (!segmentFile_->refreshed_chunk_at(goff, &chunk)) {
     DL_LOGW << tag_ << "before_write,failed,invalid segment,goff:" << goff;
     return -1;
   }
   // Partial chunks never reach the disk.
-  if (chunk.offset != goff || chunk.content_len != len) {
+  if (!isWholeChunk(chunk, goff, len)) {
     DL_LOGD << tag_ << "before_write,failed,goff:" << goff << ",len:" << len << ",chunk:" << chunk.to_string();
     return -1;
   }
   if (!chunk.is_filled) {
     DL_LOGT << tag_ << "before_write,return unfilled:" << chunk.position;
     return static_cast<int64_t>(chunk.position);
+  }
+  if (!segmentFile_->get_segment_chunk(goff, &chunk)) {
+    DL_LOGW << tag_ << "before_write,failed,invalid segment,goff:" << goff;
+    return -1;
   }
   if (checksumOf(data, len) == chunk.crc) {
     DL_LOGD << tag_ << "before_write,failed,already valid,goff:" << goff;
@@ -51,9 +57,11 @@ int64_t DiskAdapterIntercept::before_write(const uint8_t* data, uint64_t goff, u
 }
 
 bool DiskAdapterIntercept::after_write(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nwritten) {
+  // fill_segment_chunk reads the bit's byte afresh before it sets the bit;
+  // the geometry is all that is needed here.
   SegmentChunk chunk;
-  bool committed = nwritten >= 0 && static_cast<uint64_t>(nwritten) == len && wholeChunkAt(goff, len, &chunk) &&
-                   segmentFile_->fill_segment_chunk(&chunk, checksumOf(data, len));
+  bool committed = nwritten >= 0 && static_cast<uint64_t>(nwritten) == len && segmentFile_->chunk_at(goff, &chunk) &&
+                   isWholeChunk(chunk, goff, len) && segmentFile_->fill_segment_chunk(&chunk, checksumOf(data, len));
   if (committed) {
     DL_LOGT << tag_ << "after_write,ok,goff:" << goff;
   } else {
@@ -64,7 +72,7 @@ bool DiskAdapterIntercept::after_write(const uint8_t* data, uint64_t goff, uint6
 
 int64_t DiskAdapterIntercept::before_read(uint64_t goff, uint64_t len) {
   SegmentChunk chunk;
-  if (!wholeChunkAt(goff, len, &chunk) || !chunk.is_filled) {
+  if (!segmentFile_->refreshed_chunk_at(goff, &chunk) || !isWholeChunk(chunk, goff, len) || !chunk.is_filled) {
     DL_LOGD << tag_ << "before_read,failed,goff:" << goff << ",len:" << len;
     return -1;
   }
@@ -72,9 +80,11 @@ int64_t DiskAdapterIntercept::before_read(uint64_t goff, uint64_t len) {
 }
 
 bool DiskAdapterIntercept::after_read(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread) {
+  // The bit is read again after the content: a writer that unfilled the
+  // chunk to rewrite it while we read would show here.
   SegmentChunk chunk;
-  bool whole = nread >= 0 && static_cast<uint64_t>(nread) == len && wholeChunkAt(goff, len, &chunk) &&
-               chunk.is_filled && checksumOf(data, len) == chunk.crc;
+  bool whole = nread >= 0 && static_cast<uint64_t>(nread) == len && segmentFile_->get_segment_chunk(goff, &chunk) &&
+               isWholeChunk(chunk, goff, len) && chunk.is_filled && checksumOf(data, len) == chunk.crc;
   if (whole) {
     DL_LOGT << tag_ << "after_read,ok,goff:" << goff;
   } else {

@@ -42,8 +42,8 @@ class DiskAdapterIntercept {
   bool after_read(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread);
 
  private:
-  // The chunk at goff, when it starts at goff and holds exactly len bytes.
-  bool wholeChunkAt(uint64_t goff, uint64_t len, SegmentChunk* chunk);
+  // True when the chunk starts at goff and holds exactly len bytes.
+  static bool isWholeChunk(const SegmentChunk& chunk, uint64_t goff, uint64_t len);
   uint32_t checksumOf(const uint8_t* data, uint64_t len);
 
   // Constant after construction.

@@ -28,12 +28,16 @@ int64_t SegmentFileReader::read_chunk(const SegmentChunk& chunk, uint8_t* buffer
   return result;
 }
 
+bool SegmentFileReader::keptChunkValidLocked(const SegmentChunk& chunk) {
+  if (!hasKeptChunk_ || keptIndex_ != chunk.chunk_index) return false;
+  SegmentChunk now;
+  hasKeptChunk_ = adapter_->segmentFile().get_segment_chunk(chunk.offset, &now) && now.is_filled &&
+                  now.crc == keptCrc_;
+  return hasKeptChunk_;
+}
+
 bool SegmentFileReader::loadChunkLocked(const SegmentChunk& chunk) {
-  bool kept = hasKeptChunk_ && keptChunk_.chunk_index == chunk.chunk_index && chunk.is_filled &&
-              keptChunk_.crc == chunk.crc;
-  if (kept) return true;
   hasKeptChunk_ = false;
-  if (!chunk.is_filled) return false;
   // The chunk size comes from the file's header: do not allocate for a slot
   // the file does not actually hold.
   if (chunk.content_len > SegmentFileV1::kDefaultChunkContentSize &&
@@ -44,7 +48,10 @@ bool SegmentFileReader::loadChunkLocked(const SegmentChunk& chunk) {
   if (read_chunk(chunk, keptData_.data(), chunk.content_len) != static_cast<int64_t>(chunk.content_len)) {
     return false;
   }
-  keptChunk_ = chunk;
+  checksum_.reset();
+  checksum_.update(keptData_.data(), chunk.content_len);
+  keptCrc_ = checksum_.value();
+  keptIndex_ = chunk.chunk_index;
   hasKeptChunk_ = true;
   return true;
 }
@@ -61,8 +68,10 @@ uint64_t SegmentFileReader::read(uint64_t goff, uint8_t* buffer, uint64_t nreque
   uint64_t delivered = 0;
   while (delivered < wanted) {
     uint64_t position = goff + delivered;
+    // Geometry only: the guard of read_chunk, or the check of the kept
+    // chunk, reads the chunk's state from disk.
     SegmentChunk chunk;
-    if (!segmentFile.get_segment_chunk(position, &chunk)) {
+    if (!segmentFile.chunk_at(position, &chunk)) {
       DL_LOGD << tag_ << "read,no segment,goff_read:" << position;
       break;
     }
@@ -70,7 +79,7 @@ uint64_t SegmentFileReader::read(uint64_t goff, uint8_t* buffer, uint64_t nreque
       DL_LOGW << tag_ << "read,invalid segment,goff_read:" << position << ",segment_chunk:" << chunk.to_string();
       break;
     }
-    if (!loadChunkLocked(chunk)) {
+    if (!keptChunkValidLocked(chunk) && !loadChunkLocked(chunk)) {
       DL_LOGD << tag_ << "read,failed to read chunk,goff_read:" << position;
       break;
     }

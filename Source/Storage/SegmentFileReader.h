@@ -5,9 +5,10 @@
 // asked, the content ends, or it meets a chunk that is not filled (or fails
 // its check); it never delivers a byte of an unfilled chunk. The disk is read
 // in whole chunks. The last chunk read is kept, and a following read inside
-// the same chunk is served from it as long as the chunk is still filled with
-// the same checksum; the bit is refreshed from disk every time, so a chunk a
-// writer has since refilled is read again.
+// the same chunk is served from it as long as the chunk is still filled and
+// its stored checksum still matches the kept bytes; bit and checksum are read
+// from disk for every such read, so a chunk a writer has since unfilled or
+// rewritten is not served from the old copy.
 //
 // Thread rules: any thread; `mutex_` serialises the calls and guards the
 // kept chunk.
@@ -25,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "Storage/ChunkChecksum.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/SegmentChunk.h"
 
@@ -52,7 +54,9 @@ class SegmentFileReader {
   uint64_t content_file_size() const;
 
  private:
-  // Makes keptChunk_ hold `chunk`, from disk unless it is there already.
+  // True when the kept chunk is `chunk` and may still be served.
+  bool keptChunkValidLocked(const SegmentChunk& chunk);
+  // Reads `chunk` from disk into the kept buffer.
   bool loadChunkLocked(const SegmentChunk& chunk);
 
   // Constant after construction.
@@ -62,8 +66,11 @@ class SegmentFileReader {
   std::mutex mutex_;
   // Guarded by mutex_.
   std::vector<uint8_t> keptData_;
-  SegmentChunk keptChunk_;
   bool hasKeptChunk_ = false;
+  uint64_t keptIndex_ = 0;
+  // Checksum of keptData_; after_read checked it against the stored one.
+  uint32_t keptCrc_ = 0;
+  ChunkChecksum checksum_;
 };
 
 }  // namespace storage

@@ -189,10 +189,24 @@ uint64_t SegmentFileV1::contentLengthOfLocked(uint64_t chunkIndex) const {
 
 bool SegmentFileV1::get_segment_chunk(uint64_t goff, SegmentChunk* chunk) {
   std::lock_guard<std::mutex> lock(mutex_);
+  return locateLocked(goff, Lookup::kRefreshBitAndReadCrc, chunk);
+}
+
+bool SegmentFileV1::refreshed_chunk_at(uint64_t goff, SegmentChunk* chunk) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return locateLocked(goff, Lookup::kRefreshBit, chunk);
+}
+
+bool SegmentFileV1::chunk_at(uint64_t goff, SegmentChunk* chunk) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return locateLocked(goff, Lookup::kGeometry, chunk);
+}
+
+bool SegmentFileV1::locateLocked(uint64_t goff, Lookup lookup, SegmentChunk* chunk) {
   if (!isValid_ || goff >= contentFileSize_) return false;
   uint64_t index = goff / chunkContentSize_;
   if (index >= chunkCount_) return false;
-  if (!updateFillStateLocked(index)) return false;
+  if (lookup != Lookup::kGeometry && !updateFillStateLocked(index)) return false;
 
   SegmentChunk found;
   found.position = positionOfLocked(index);
@@ -200,11 +214,14 @@ bool SegmentFileV1::get_segment_chunk(uint64_t goff, SegmentChunk* chunk) {
   found.chunk_index = index;
   found.is_filled = isFilledLocked(index);
   found.content_len = contentLengthOfLocked(index);
-  uint8_t crc[kChecksumSize];
-  if (file_->read(crc, kChecksumSize, found.position + found.content_len) == static_cast<int64_t>(kChecksumSize)) {
-    found.crc = GetLittleEndian<uint32_t>(crc);
+  if (lookup == Lookup::kRefreshBitAndReadCrc) {
+    uint8_t crc[kChecksumSize];
+    if (file_->read(crc, kChecksumSize, found.position + found.content_len) ==
+        static_cast<int64_t>(kChecksumSize)) {
+      found.crc = GetLittleEndian<uint32_t>(crc);
+    }
+    DL_LOGT << tag_ << "get_segment_chunk:" << found.to_string();
   }
-  DL_LOGT << tag_ << "get_segment_chunk:" << found.to_string();
   *chunk = found;
   return true;
 }

@@ -110,8 +110,14 @@ class SegmentFileV1 {
   // Loads header and bitmap from `file`, which must be open for reading.
   bool open(std::shared_ptr<File> file, int64_t job_id);
 
-  // The chunk holding resource offset `goff`, with its bit refreshed from disk.
+  // The chunk holding resource offset `goff`, with its bit refreshed from
+  // disk and its stored checksum read.
   bool get_segment_chunk(uint64_t goff, SegmentChunk* chunk);
+  // The same without the checksum (crc 0): one read of the bit's byte.
+  bool refreshed_chunk_at(uint64_t goff, SegmentChunk* chunk);
+  // Where the chunk lies, without touching the disk: is_filled as last seen
+  // in memory, crc 0. For callers that only need the geometry.
+  bool chunk_at(uint64_t goff, SegmentChunk* chunk);
   // Writes `crc` behind the chunk's content, then sets its bit. `chunk` must
   // be a descriptor of this file; on success its crc and is_filled are set.
   bool fill_segment_chunk(SegmentChunk* chunk, uint32_t crc);
@@ -137,7 +143,10 @@ class SegmentFileV1 {
   std::string to_string();
 
  private:
+  enum class Lookup { kGeometry, kRefreshBit, kRefreshBitAndReadCrc };
+
   void resetLocked(std::shared_ptr<File> file, int64_t jobId);
+  bool locateLocked(uint64_t goff, Lookup lookup, SegmentChunk* chunk);
   bool readHeaderLocked(uint64_t* contentFileSize, uint64_t* bitmapSize, uint64_t* chunkContentSize);
   bool updateFillStateLocked(uint64_t chunkIndex);
   bool setFillStateLocked(uint64_t chunkIndex, bool filled);

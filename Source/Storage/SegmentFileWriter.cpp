@@ -52,7 +52,9 @@ void SegmentFileWriter::store(uint64_t goff, const uint8_t* data, uint64_t wlen)
   while (accepted < wlen) {
     uint64_t position = goff + accepted;
     SegmentChunk chunk;
-    if (!segmentFile.get_segment_chunk(position, &chunk)) {
+    // The geometry is enough here: the guard checks the chunk's state when
+    // the cell is written.
+    if (!segmentFile.chunk_at(position, &chunk)) {
       DL_LOGD << tag_ << "store,no segment:" << position;
       return;
     }

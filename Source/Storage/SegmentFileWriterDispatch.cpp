@@ -1,10 +1,18 @@
 #include "Storage/SegmentFileWriterDispatch.h"
 
+#include <cstring>
+
 #include "Storage/SegmentFileWriter.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace storage {
+namespace {
+
+// Enough for a few chunks in flight per download.
+constexpr size_t kRetainedBufferBytes = 16 * 1024 * 1024;
+
+}  // namespace
 
 SegmentFileWriterDispatch& SegmentFileWriterDispatch::GetInstance() {
   // Never destroyed; see the header.
@@ -12,12 +20,15 @@ SegmentFileWriterDispatch& SegmentFileWriterDispatch::GetInstance() {
   return *dispatch;
 }
 
-SegmentFileWriterDispatch::SegmentFileWriterDispatch() : looper_("storage") { looper_.Start(); }
+SegmentFileWriterDispatch::SegmentFileWriterDispatch() : buffers_(kRetainedBufferBytes), looper_("storage") {
+  looper_.Start();
+}
 
 void SegmentFileWriterDispatch::store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
                                       const uint8_t* data, uint64_t len) {
   if (len == 0 || !writer) return;
-  auto buffer = std::make_shared<std::vector<uint8_t>>(data, data + len);
+  std::shared_ptr<StoreBufferPool::Buffer> buffer = buffers_.Take(len);
+  std::memcpy(buffer->bytes.get(), data, len);
   DL_LOGT << "[diskcache][writedispatch]copy_n:" << len;
   looper_.Post([writer, goff, buffer] { handle_store(writer, goff, *buffer); });
 }
@@ -29,9 +40,9 @@ void SegmentFileWriterDispatch::complete(const std::shared_ptr<SegmentFileWriter
 }
 
 void SegmentFileWriterDispatch::handle_store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
-                                             const std::vector<uint8_t>& buffer) {
-  DL_LOGT << "[diskcache][writedispatch]handle store:" << goff << ",len:" << buffer.size();
-  writer->store(goff, buffer.data(), buffer.size());
+                                             const StoreBufferPool::Buffer& buffer) {
+  DL_LOGT << "[diskcache][writedispatch]handle store:" << goff << ",len:" << buffer.size;
+  writer->store(goff, buffer.bytes.get(), buffer.size);
 }
 
 void SegmentFileWriterDispatch::handle_complete(const std::shared_ptr<SegmentFileWriter>& writer,

@@ -4,8 +4,8 @@
 // the disk.
 //
 // `store` copies the caller's bytes before it returns, so the caller may
-// reuse its buffer at once. The writer is held by the posted job until the
-// job has run.
+// reuse its buffer at once; the copies live in recycled buffers. The writer is
+// held by the posted job until the job has run.
 //
 // Thread rules: any thread. The storage thread is started on first use and
 // lives until the process ends (it is never joined: a DLL must not join
@@ -20,8 +20,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <vector>
 
+#include "Storage/StoreBufferPool.h"
 #include "Utils/looper/MessageLooper.h"
 
 namespace downloader {
@@ -45,9 +45,11 @@ class SegmentFileWriterDispatch {
   ~SegmentFileWriterDispatch() = delete;
 
   static void handle_store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
-                           const std::vector<uint8_t>& buffer);
+                           const StoreBufferPool::Buffer& buffer);
   static void handle_complete(const std::shared_ptr<SegmentFileWriter>& writer, const std::function<void()>& done);
 
+  // Declared before the looper: pending jobs hold its buffers.
+  StoreBufferPool buffers_;
   MessageLooper looper_;
 };
 

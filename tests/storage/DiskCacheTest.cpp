@@ -13,6 +13,7 @@
 #include "Storage/Persistence/DiskCacheEntry.h"
 #include "Storage/Persistence/DiskFileNameUtil.h"
 #include "Storage/Persistence/DiskWriter.h"
+#include "Storage/Persistence/File.h"
 #include "StorageTestUtil.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
@@ -43,7 +44,6 @@ TEST_F(DiskCacheLayerTest, ProviderSharesOneAdapterPerPathWhileHeld) {
   EXPECT_NE(provider.acquire_adapter(dir_.Join("other"), 5000, 4), writer);
   EXPECT_EQ(log.Matching("acquire adapter,match:").size(), 2u);
 
-  DiskAdapter* first = writer.get();
   writer.reset();
   reader1.reset();
   reader2.reset();
@@ -52,7 +52,6 @@ TEST_F(DiskCacheLayerTest, ProviderSharesOneAdapterPerPathWhileHeld) {
   EXPECT_TRUE(log.Contains("acquire adapter,weak ptr:"));
   EXPECT_TRUE(log.Contains("acquire adapter,valid:"));
   EXPECT_TRUE(again->isValid()) << "the new adapter reopens the file the first one made";
-  (void)first;
 }
 
 TEST_F(DiskCacheLayerTest, ForeignFileIsReplacedByAnEmptySegmentFileWith128KiBChunks) {
@@ -160,6 +159,7 @@ TEST_F(DiskCacheLayerTest, WriteBackWritesTheOldestEntryWhenTheLimitIsReached) {
 TEST_F(DiskCacheLayerTest, DiskWriterCloseIsCounted) {
   DiskWriter writer(dir_.Join("sub/dir/file"), platform::FileSystem::Default(), 1);
   EXPECT_FALSE(writer.openExistingFile());
+  EXPECT_FALSE(writer.openFile()) << "openFile creates the file, not its directories";
   ASSERT_TRUE(writer.createFile()) << "makes the parent directories";
   ASSERT_TRUE(writer.openExistingFile());
   EXPECT_EQ(writer.writeData("abc", 3, 10), 3);
@@ -173,6 +173,31 @@ TEST_F(DiskCacheLayerTest, DiskWriterCloseIsCounted) {
   EXPECT_FALSE(writer.isOpen());
   EXPECT_EQ(writer.readData(buffer, 1, 0), -1);
   EXPECT_EQ(writer.writeData("x", 1, 0), -1);
+}
+
+TEST_F(DiskCacheLayerTest, FilePathOperations) {
+  dltest::LogCapture log;
+  File directory(dir_.Join("cache/v1"));
+  EXPECT_FALSE(directory.exists());
+  EXPECT_TRUE(log.Contains("[diskcache][File]exists,Could not get file status:"));
+  ASSERT_TRUE(directory.mkdirs());
+  File file(dir_.Join("cache/v1/cache.a"));
+  ASSERT_TRUE(file.create());
+  EXPECT_EQ(file.write("abc", 3, 0), 3);
+  EXPECT_TRUE(file.flushOSBuffers());
+  platform::FileInfo info;
+  ASSERT_TRUE(file.fillStat(&info));
+  EXPECT_EQ(info.size, 3u);
+  std::vector<std::string> names;
+  ASSERT_TRUE(directory.scandir(&names));
+  EXPECT_EQ(names, std::vector<std::string>({"cache.a"}));
+  file.close();
+  ASSERT_TRUE(file.renameTo(dir_.Join("cache/v1/cache.b")));
+  EXPECT_FALSE(file.exists()) << "a File keeps naming the old path";
+  EXPECT_TRUE(File(dir_.Join("cache/v1/cache.b")).remove());
+  EXPECT_TRUE(directory.remove());
+  EXPECT_FALSE(File("").fillStat(&info));
+  EXPECT_TRUE(log.Contains("dldebug,null path"));
 }
 
 TEST(DiskFileNameUtilTest, DirectoryLayout) {

@@ -22,8 +22,8 @@
 #include <utility>
 #include <vector>
 
+#include "ForwardingFileSystem.h"
 #include "KillTestResource.h"
-#include "Platform/FileSystem.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/SegmentFileWriter.h"
 #include "Storage/SegmentFileWriterDispatch.h"
@@ -31,10 +31,6 @@
 
 namespace {
 
-using downloader::platform::FileInfo;
-using downloader::platform::FileStatus;
-using downloader::platform::FileSystem;
-using downloader::platform::PositionalFile;
 using downloader::storage::SegmentFileWriter;
 using downloader::storage::SegmentFileWriterDispatch;
 
@@ -68,51 +64,23 @@ class Pacer {
 };
 
 // Passes everything to the real file system and dies at the chosen write.
-class SelfKillingFileSystem : public FileSystem {
+class SelfKillingFileSystem : public dltest::ForwardingFileSystem {
  public:
   SelfKillingFileSystem(uint64_t killAtWrite, bool halfWrite) : killAtWrite_(killAtWrite), halfWrite_(halfWrite) {}
 
   void Arm() { armed_ = true; }
 
-  FileStatus OpenFile(const std::string& path, uint32_t flags, std::unique_ptr<PositionalFile>* file) override {
-    std::unique_ptr<PositionalFile> opened;
-    FileStatus status = base_->OpenFile(path, flags, &opened);
-    if (status.ok()) file->reset(new KillingFile(this, std::move(opened)));
-    return status;
-  }
-  FileStatus CreateDir(const std::string& path) override { return base_->CreateDir(path); }
-  FileStatus RemoveFile(const std::string& path) override { return base_->RemoveFile(path); }
-  FileStatus RemoveDir(const std::string& path) override { return base_->RemoveDir(path); }
-  FileStatus Rename(const std::string& from, const std::string& to) override { return base_->Rename(from, to); }
-  FileStatus GetFileInfo(const std::string& path, FileInfo* info) override { return base_->GetFileInfo(path, info); }
-  FileStatus ListDir(const std::string& path, std::vector<std::string>* names) override {
-    return base_->ListDir(path, names);
+ protected:
+  FileStatus Write(PositionalFile* file, uint64_t offset, const void* data, size_t length,
+                   size_t* bytesWritten) override {
+    if (armed_ && ++writes_ == killAtWrite_) {
+      if (halfWrite_) file->Write(offset, data, length / 2, bytesWritten);
+      raise(SIGKILL);
+    }
+    return file->Write(offset, data, length, bytesWritten);
   }
 
  private:
-  class KillingFile : public PositionalFile {
-   public:
-    KillingFile(SelfKillingFileSystem* owner, std::unique_ptr<PositionalFile> base)
-        : owner_(owner), base_(std::move(base)) {}
-    FileStatus Read(uint64_t offset, size_t length, void* buffer, size_t* bytesRead) override {
-      return base_->Read(offset, length, buffer, bytesRead);
-    }
-    FileStatus Write(uint64_t offset, const void* data, size_t length, size_t* bytesWritten) override {
-      if (owner_->armed_ && ++owner_->writes_ == owner_->killAtWrite_) {
-        if (owner_->halfWrite_) base_->Write(offset, data, length / 2, bytesWritten);
-        raise(SIGKILL);
-      }
-      return base_->Write(offset, data, length, bytesWritten);
-    }
-    FileStatus Size(uint64_t* size) override { return base_->Size(size); }
-    FileStatus Sync() override { return base_->Sync(); }
-
-   private:
-    SelfKillingFileSystem* const owner_;
-    const std::unique_ptr<PositionalFile> base_;
-  };
-
-  FileSystem* const base_ = FileSystem::Default();
   const uint64_t killAtWrite_;
   const bool halfWrite_;
   std::atomic<bool> armed_{false};

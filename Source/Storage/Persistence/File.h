@@ -49,6 +49,7 @@ class File {
   }
   // Length of the open file.
   bool size(uint64_t* size) { return writer_.fileSize(size); }
+  bool flushOSBuffers() { return writer_.flushOSBuffers(); }
 
   // Path operations.
   bool exists();
