@@ -80,6 +80,11 @@ int RecordingListener::CallbacksAfterCancel() const {
   return callbacksAfterCancel_;
 }
 
+int RecordingListener::CallbacksOnForbiddenThread() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return callbacksOnForbiddenThread_;
+}
+
 std::string RecordingListener::OrderProblem() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return orderProblem_;
@@ -87,6 +92,7 @@ std::string RecordingListener::OrderProblem() const {
 
 void RecordingListener::RecordLocked(Event event) {
   if (cancelled_) ++callbacksAfterCancel_;
+  if (std::this_thread::get_id() == forbiddenThread_) ++callbacksOnForbiddenThread_;
   if (ended_ && orderProblem_.empty()) orderProblem_ = "a callback after the end";
   bool responded = false;
   for (Event earlier : events_) responded = responded || earlier == Event::kResponse;

@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -37,6 +38,9 @@ class RecordingListener : public wisp::http::IListener {
   void KeepBody() { keepBody_ = true; }
   // Runs on the network thread after each OnBytes is recorded, without the lock.
   void SetBytesHook(BytesHook hook) { bytesHook_ = std::move(hook); }
+  // Counts callbacks that run on `thread` (the test's own, which calls Start
+  // and Cancel and must never be called back on).
+  void ForbidCallbacksOn(std::thread::id thread) { forbiddenThread_ = thread; }
 
   // Any callback after this is counted as a violation of Cancel's promise.
   void MarkCancelled();
@@ -55,6 +59,7 @@ class RecordingListener : public wisp::http::IListener {
   std::vector<Event> Events() const;
   std::vector<std::pair<wisp::http::StatusPhase, int64_t>> Phases() const;
   int CallbacksAfterCancel() const;
+  int CallbacksOnForbiddenThread() const;
   // "" when the callbacks came in the documented order; else what went wrong.
   std::string OrderProblem() const;
 
@@ -75,6 +80,7 @@ class RecordingListener : public wisp::http::IListener {
   uint64_t seed_ = 0;
   bool keepBody_ = false;
   BytesHook bytesHook_;
+  std::thread::id forbiddenThread_;
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
@@ -85,6 +91,7 @@ class RecordingListener : public wisp::http::IListener {
   bool completed_ = false;
   bool cancelled_ = false;
   int callbacksAfterCancel_ = 0;
+  int callbacksOnForbiddenThread_ = 0;
   wisp::http::Error error_;
   std::shared_ptr<wisp::http::Response> response_;
   int64_t bytes_ = 0;

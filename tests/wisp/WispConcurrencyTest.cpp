@@ -10,6 +10,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace wisptest {
@@ -42,6 +43,7 @@ TEST_F(WispConcurrencyTest, SixtyFourConcurrentRequestsOnOneClient) {
     const std::string path = "/syn/concurrent" + std::to_string(i);
     auto listener = std::make_shared<RecordingListener>();
     listener->VerifySynthetic(path);
+    listener->ForbidCallbacksOn(std::this_thread::get_id());
     auto call = client_->CreateRequestCaller(
         RequestType::kGet, OptionsFor(path + "?size=" + std::to_string(20000 + i * 7919)));
     ASSERT_TRUE(call->Start(listener));
@@ -54,6 +56,7 @@ TEST_F(WispConcurrencyTest, SixtyFourConcurrentRequestsOnOneClient) {
     EXPECT_EQ(listeners[i]->Bytes(), 20000 + i * 7919) << i;
     EXPECT_EQ(listeners[i]->Mismatches(), 0) << i;
     EXPECT_EQ(listeners[i]->OrderProblem(), "") << i;
+    EXPECT_EQ(listeners[i]->CallbacksOnForbiddenThread(), 0) << i;
   }
 }
 
@@ -92,6 +95,7 @@ TEST_F(WispConcurrencyTest, CancelRacingTheEndIsNeverFollowedByACallback) {
   std::vector<std::shared_ptr<RecordingListener>> listeners;
   for (int round = 0; round < kRounds; ++round) {
     auto listener = std::make_shared<RecordingListener>();
+    listener->ForbidCallbacksOn(std::this_thread::get_id());
     auto call = client_->CreateRequestCaller(RequestType::kGet,
                                              OptionsFor("/syn/race?size=" + std::to_string(1000 * (round + 1))));
     ASSERT_TRUE(call->Start(listener));
@@ -104,6 +108,7 @@ TEST_F(WispConcurrencyTest, CancelRacingTheEndIsNeverFollowedByACallback) {
   DrainNetworkThread(client_.get(), Url("/syn/after-race?size=100"));
   for (int round = 0; round < kRounds; ++round) {
     EXPECT_EQ(listeners[round]->CallbacksAfterCancel(), 0) << round;
+    EXPECT_EQ(listeners[round]->CallbacksOnForbiddenThread(), 0) << round;
     EXPECT_EQ(listeners[round]->OrderProblem(), "") << round;
   }
 }

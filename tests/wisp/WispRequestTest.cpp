@@ -40,7 +40,9 @@ using WispRequestTest = OriginTest;
 
 TEST_F(WispRequestTest, GetDeliversTheWholeResourceInOrder) {
   const int64_t size = 300001;
-  auto call = client_->CreateRequestCaller(RequestType::kGet, OptionsFor("/syn/whole?size=" + std::to_string(size)));
+  Options options = OptionsFor("/syn/whole?size=" + std::to_string(size));
+  options.Set(option::kTraceUrl, "trace://whole");
+  auto call = client_->CreateRequestCaller(RequestType::kGet, options);
   auto listener = std::make_shared<RecordingListener>();
   listener->VerifySynthetic("/syn/whole");
   ASSERT_TRUE(call->Start(listener));
@@ -65,6 +67,7 @@ TEST_F(WispRequestTest, GetDeliversTheWholeResourceInOrder) {
   EXPECT_EQ(metrics.bytesReceived, size);
   EXPECT_EQ(metrics.errorKind, ErrorKind::kNone);
   EXPECT_EQ(metrics.serverAddress, "127.0.0.1");
+  EXPECT_EQ(metrics.traceUrl, "trace://whole");
   EXPECT_GE(metrics.timing.firstByteUs, 0);
   EXPECT_GE(metrics.timing.totalUs, metrics.timing.firstByteUs);
   EXPECT_FALSE(metrics.resolvedAddresses.empty());
@@ -283,6 +286,23 @@ TEST_F(WispRequestTest, MonitorAndGaugesSeeEveryEndedRequest) {
   EXPECT_EQ(wisp::http::GaugeUtil::BytesReceived() - bytesBefore, 1234);
   EXPECT_EQ(wisp::http::GaugeUtil::RequestsStarted() - startedBefore, 1);
   EXPECT_EQ(wisp::http::GaugeUtil::ActiveRequests(), 0);
+}
+
+// Later suites play HLS from the origin; its playlist must name segments that
+// it then serves with checkable bytes.
+TEST_F(WispRequestTest, OriginServesASyntheticPlaylistAndItsSegments) {
+  auto playlist = Fetch(OptionsFor("/hls/show/index.m3u8?segments=3&segment_size=1000"));
+  ASSERT_TRUE(playlist->Completed()) << playlist->Error().String();
+  const std::string text = playlist->Body();
+  EXPECT_EQ(text.rfind("#EXTM3U", 0), 0u);
+  EXPECT_NE(text.find("seg2.ts?size=1000"), std::string::npos);
+  EXPECT_EQ(text.find("seg3.ts"), std::string::npos);
+  EXPECT_NE(text.find("#EXT-X-ENDLIST"), std::string::npos);
+
+  auto segment = FetchSynthetic("/hls/show/seg2.ts", "?size=1000");
+  ASSERT_TRUE(segment->Completed()) << segment->Error().String();
+  EXPECT_EQ(segment->Bytes(), 1000);
+  EXPECT_EQ(segment->Mismatches(), 0);
 }
 
 TEST_F(WispRequestTest, DnsLookupResolvesNamesAndFailsEmpty) {

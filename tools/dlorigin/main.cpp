@@ -26,6 +26,12 @@ namespace {
 constexpr size_t kWorkerThreads = 256;
 constexpr size_t kKeepAliveRequests = 100000;
 constexpr time_t kKeepAliveSeconds = 10;
+// A request arrives in one piece on loopback; what does not parse as one in a
+// second (a TLS hello, say) is not going to.
+constexpr time_t kReadTimeoutSeconds = 1;
+// A client that pauses its download holds the server's write this long
+// before the server gives up on it.
+constexpr time_t kWriteTimeoutSeconds = 120;
 
 struct Arguments {
   int port = 0;
@@ -100,6 +106,8 @@ int main(int argc, char** argv) {
   server.new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
   server.set_keep_alive_max_count(kKeepAliveRequests);
   server.set_keep_alive_timeout(kKeepAliveSeconds);
+  server.set_read_timeout(kReadTimeoutSeconds, 0);
+  server.set_write_timeout(kWriteTimeoutSeconds, 0);
   dlorigin::Origin origin(arguments.root);
   origin.Install(&server);
 

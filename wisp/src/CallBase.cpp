@@ -12,8 +12,16 @@ namespace {
 constexpr int kLogDebug = 1;
 constexpr int kLogInfo = 2;
 constexpr int kLogWarn = 3;
+constexpr std::chrono::milliseconds kRetryBackoffStep{100};
+constexpr std::chrono::milliseconds kRetryBackoffMax{1000};
 
 std::atomic<uint64_t> g_nextRequestId{1};
+
+// Failures that another attempt may cure: the network, not the request.
+bool Retryable(http::ErrorKind kind) {
+  return kind == http::ErrorKind::kDnsFailure || kind == http::ErrorKind::kConnectFailure ||
+         kind == http::ErrorKind::kConnectionLost || kind == http::ErrorKind::kInternal;
+}
 
 int64_t BytesPerSecond(int64_t bytes, CallBase::Clock::duration elapsed) {
   int64_t micros = std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count();
@@ -38,6 +46,46 @@ http::MetricsInfo CallBase::GetMetrics() const {
     snapshot.speedBytesPerSecond = BytesPerSecond(metrics_.bytesReceived, Clock::now() - responseTime_);
   }
   return snapshot;
+}
+
+bool CallBase::PostStep(void (CallBase::*step)()) {
+  return PostTask([self = shared_from_this(), step] { ((*self).*step)(); });
+}
+
+bool CallBase::Start(std::shared_ptr<http::IListener> listener) {
+  if (!ClaimStart(std::move(listener))) return false;
+  if (!PostStep(&CallBase::Begin)) {
+    AbandonStart();
+    return false;
+  }
+  return true;
+}
+
+void CallBase::Cancel() {
+  if (SilenceForCancel()) PostStep(&CallBase::StopForCancel);
+}
+
+void CallBase::Pause() {
+  if (!paused_.exchange(true, std::memory_order_acq_rel)) PostStep(&CallBase::ApplyPause);
+}
+
+void CallBase::Resume() {
+  if (paused_.exchange(false, std::memory_order_acq_rel)) PostStep(&CallBase::ApplyPause);
+}
+
+CallBase::Clock::time_point CallBase::OpenDeadline() const {
+  if (spec_.openTimeoutMs <= 0) return Clock::time_point::max();
+  return startTime_ + std::chrono::milliseconds(spec_.openTimeoutMs);
+}
+
+bool CallBase::PlanRetry(const http::Error& error) {
+  if (responded_ || !Retryable(error.kind) || retriesUsed_ >= spec_.retryLimit) return false;
+  Clock::time_point due = Clock::now() + std::min(kRetryBackoffStep * (retriesUsed_ + 1), kRetryBackoffMax);
+  if (due >= OpenDeadline()) return false;
+  ++retriesUsed_;
+  retryAt_ = due;
+  WISP_LOG(kLogWarn) << "request_id:" << requestId_ << " retry " << retriesUsed_ << " after " << error.String();
+  return true;
 }
 
 bool CallBase::ClaimStart(std::shared_ptr<http::IListener> listener) {
@@ -74,10 +122,6 @@ bool CallBase::SilenceForCancel() {
     WISP_LOG(kLogDebug) << "request_id:" << requestId_ << " cancelled";
   }
   return wasStarted;
-}
-
-bool CallBase::SetPaused(bool paused) {
-  return paused_.exchange(paused, std::memory_order_acq_rel) != paused;
 }
 
 int64_t CallBase::MicrosSinceStart(Clock::time_point when) const {

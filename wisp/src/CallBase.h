@@ -1,7 +1,8 @@
 // The backend-independent half of a request call: the one-shot start, the
-// listener and its gate, callback order, measurements and the end-of-request
-// bookkeeping (gauges, monitor, log). A backend derives from it, implements
-// Start/Cancel/Pause/Resume and moves bytes; it reports through the
+// listener and its gate, callback order, the retry policy, measurements and
+// the end-of-request bookkeeping (gauges, monitor, log). Start, Cancel, Pause
+// and Resume change state here and post the backend's matching step to its
+// network thread; the backend moves the bytes and reports through the
 // protected network-side methods, which keep the listener contract.
 //
 // Threads: the public methods and the "any thread" group may be called from
@@ -18,18 +19,24 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 
 namespace wisp {
 namespace internal {
 
-class CallBase : public http::IRequestCall {
+class CallBase : public http::IRequestCall, public std::enable_shared_from_this<CallBase> {
  public:
   using Clock = std::chrono::steady_clock;
 
   explicit CallBase(RequestSpec spec);
   ~CallBase() override;
+
+  bool Start(std::shared_ptr<http::IListener> listener) final;
+  void Cancel() final;
+  void Pause() final;
+  void Resume() final;
 
   uint64_t RequestId() const override { return requestId_; }
   bool IsPaused() const override { return paused_.load(std::memory_order_acquire); }
@@ -38,18 +45,18 @@ class CallBase : public http::IRequestCall {
   const RequestSpec& Spec() const { return spec_; }
 
  protected:
-  // --- Any thread.
-  // Takes the listener and stamps the start time. False (listener untouched)
-  // when already started, cancelled, or `listener` is null.
-  bool ClaimStart(std::shared_ptr<http::IListener> listener);
-  // Undoes ClaimStart when the network side could not be reached.
-  void AbandonStart();
-  // Silences the listener for good (see ListenerGate::Close). Returns true
-  // when the call had been started: the backend then tears down its network
-  // side and calls FinishCancelled there.
-  bool SilenceForCancel();
-  // Returns true when the state changed.
-  bool SetPaused(bool paused);
+  // Any thread: runs `task` on the backend's network thread. False, dropping
+  // it, when the client is gone or stopping.
+  virtual bool PostTask(std::function<void()> task) = 0;
+
+  // --- Network thread: the steps that the public operations post.
+  // After Start: sends the request (or ends a call cancelled meanwhile with
+  // FinishCancelled).
+  virtual void Begin() = 0;
+  // After Cancel of a started call: tears the transfer down, then FinishCancelled.
+  virtual void StopForCancel() = 0;
+  // After Pause or Resume: brings the transfer in line with IsPaused().
+  virtual void ApplyPause() = 0;
 
   // --- Network thread.
   void ReportPhase(http::StatusPhase phase, int64_t value);
@@ -67,8 +74,26 @@ class CallBase : public http::IRequestCall {
   int64_t MicrosSinceStart(Clock::time_point when) const;
   void NoteAddressTried(const std::string& address);
   void NoteConnection(const std::string& serverAddress, bool reused);
+  // Start plus the open time-out, or Clock::time_point::max() without one.
+  Clock::time_point OpenDeadline() const;
+  // Decides whether a failure gets another attempt: only before the
+  // response, only for failures of the network, within the retry limit and
+  // the open time-out. When it returns true, the attempt is due at RetryAt().
+  bool PlanRetry(const http::Error& error);
+  Clock::time_point RetryAt() const { return retryAt_; }
+  int32_t RetriesUsed() const { return retriesUsed_; }
 
  private:
+  bool PostStep(void (CallBase::*step)());
+  // Takes the listener and stamps the start time. False (listener untouched)
+  // when already started, cancelled, or `listener` is null.
+  bool ClaimStart(std::shared_ptr<http::IListener> listener);
+  // Undoes ClaimStart when the network side could not be reached.
+  void AbandonStart();
+  // Silences the listener for good (see ListenerGate::Close). Returns true
+  // when the call had been started and not yet cancelled.
+  bool SilenceForCancel();
+
   // Fixes the final metrics, before the last callback so that the listener
   // sees them; returns them.
   http::MetricsInfo RecordEnd(const http::Error& error);
@@ -94,6 +119,8 @@ class CallBase : public http::IRequestCall {
   Clock::time_point startTime_;
   bool responded_ = false;
   bool finished_ = false;
+  int32_t retriesUsed_ = 0;
+  Clock::time_point retryAt_;
 
   // Guarded by metricsMutex_.
   mutable std::mutex metricsMutex_;

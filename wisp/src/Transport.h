@@ -31,6 +31,11 @@ std::shared_ptr<Transport> CreatePlatformTransport();
 // Blocking name resolution on the calling thread; numeric addresses, IPv4 first.
 std::vector<std::string> ResolveHost(const std::string& host);
 
+// For ResolveHost: appends `numeric` unless it is there already.
+void AddAddress(std::vector<std::string>* addresses, const std::string& numeric);
+// For ResolveHost: IPv4 addresses before IPv6 ones, each in resolver order.
+void PutIPv4First(std::vector<std::string>* addresses);
+
 }  // namespace internal
 }  // namespace wisp
 

@@ -6,11 +6,6 @@
 #include <utility>
 
 namespace wisp {
-namespace internal {
-
-Transport::~Transport() = default;
-
-}  // namespace internal
 
 namespace http {
 

@@ -1,6 +1,5 @@
 #include "curl/CurlCall.h"
 
-#include "Logging.h"
 #include "ResponseCheck.h"
 #include "TextUtil.h"
 #include "curl/CurlTransport.h"
@@ -18,13 +17,10 @@ namespace {
 
 using http::ErrorKind;
 
-constexpr int kLogWarn = 3;
 // Large receive blocks keep the per-byte cost of the network thread low;
 // libcurl hands the body over in blocks of at most this size.
 constexpr long kReceiveBufferBytes = 512 * 1024;
 constexpr const char kUserAgent[] = "wisp/1";
-constexpr std::chrono::milliseconds kRetryBackoffStep{100};
-constexpr std::chrono::milliseconds kRetryBackoffMax{1000};
 
 ErrorKind KindOf(CURLcode code) {
   switch (code) {
@@ -66,12 +62,6 @@ ErrorKind KindOf(CURLcode code) {
   }
 }
 
-// Failures that another attempt may cure: the network, not the request.
-bool Retryable(ErrorKind kind) {
-  return kind == ErrorKind::kDnsFailure || kind == ErrorKind::kConnectFailure ||
-         kind == ErrorKind::kConnectionLost || kind == ErrorKind::kInternal;
-}
-
 http::Error ErrorOf(CURLcode code, const char* errorText) {
   http::Error error;
   error.kind = KindOf(code);
@@ -98,31 +88,9 @@ CurlCall::CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner,
 
 CurlCall::~CurlCall() = default;
 
-bool CurlCall::PostToNetwork(void (CurlCall::*step)()) {
+bool CurlCall::PostTask(std::function<void()> task) {
   std::shared_ptr<CurlTransport> transport = transport_.lock();
-  if (transport == nullptr) return false;
-  return transport->Post([self = shared_from_this(), step] { ((*self).*step)(); });
-}
-
-bool CurlCall::Start(std::shared_ptr<http::IListener> listener) {
-  if (!ClaimStart(std::move(listener))) return false;
-  if (!PostToNetwork(&CurlCall::Begin)) {
-    AbandonStart();
-    return false;
-  }
-  return true;
-}
-
-void CurlCall::Cancel() {
-  if (SilenceForCancel()) PostToNetwork(&CurlCall::StopForCancel);
-}
-
-void CurlCall::Pause() {
-  if (SetPaused(true)) PostToNetwork(&CurlCall::ApplyPause);
-}
-
-void CurlCall::Resume() {
-  if (SetPaused(false)) PostToNetwork(&CurlCall::ApplyPause);
+  return transport != nullptr && transport->Post(std::move(task));
 }
 
 void CurlCall::Begin() {
@@ -130,7 +98,7 @@ void CurlCall::Begin() {
     FinishCancelled();
     return;
   }
-  owner_->Track(shared_from_this());
+  owner_->Track(Self());
   if (Spec().invalid.IsError()) {
     stage_ = Stage::kDone;
     owner_->Untrack(this);
@@ -228,7 +196,7 @@ void CurlCall::StopForCancel() {
 }
 
 void CurlCall::AbortForShutdown() {
-  std::shared_ptr<CurlCall> self = shared_from_this();
+  std::shared_ptr<CurlCall> self = Self();
   EndTransfer();
   http::Error error;
   error.kind = ErrorKind::kCancelled;
@@ -252,7 +220,7 @@ void CurlCall::ApplyPause() {
 }
 
 void CurlCall::OnTransferDone(CURLcode result) {
-  std::shared_ptr<CurlCall> self = shared_from_this();
+  std::shared_ptr<CurlCall> self = Self();
   curl_multi_remove_handle(owner_->Multi(), easy_);
   stage_ = Stage::kBetweenAttempts;
   if (Silenced()) {
@@ -274,19 +242,7 @@ void CurlCall::OnTransferDone(CURLcode result) {
 }
 
 void CurlCall::FailOrRetry(const http::Error& error) {
-  const RequestSpec& spec = Spec();
-  if (Responded() || !Retryable(error.kind) || retriesUsed_ >= spec.retryLimit) {
-    Fail(error);
-    return;
-  }
-  ++retriesUsed_;
-  retryAt_ = Clock::now() + std::min(kRetryBackoffStep * retriesUsed_, kRetryBackoffMax);
-  if (spec.openTimeoutMs > 0 && retryAt_ >= StartTime() + std::chrono::milliseconds(spec.openTimeoutMs)) {
-    Fail(error);
-    return;
-  }
-  WISP_LOG(kLogWarn) << "request_id:" << RequestId() << " retry " << retriesUsed_ << " after "
-                     << error.String();
+  if (!PlanRetry(error)) Fail(error);
 }
 
 void CurlCall::Fail(const http::Error& error) {
@@ -297,11 +253,9 @@ void CurlCall::Fail(const http::Error& error) {
 CurlCall::Clock::time_point CurlCall::NextDeadline() const {
   Clock::time_point next = Clock::time_point::max();
   const RequestSpec& spec = Spec();
-  if (stage_ == Stage::kBetweenAttempts) next = retryAt_;
+  if (stage_ == Stage::kBetweenAttempts) next = RetryAt();
   if (stage_ == Stage::kDone || stage_ == Stage::kNotBegun) return next;
-  if (!Responded() && spec.openTimeoutMs > 0) {
-    next = std::min(next, StartTime() + std::chrono::milliseconds(spec.openTimeoutMs));
-  }
+  if (!Responded()) next = std::min(next, OpenDeadline());
   if (Responded() && !pausedOnNetwork_ && spec.stallTimeoutMs > 0) {
     next = std::min(next, lastProgress_ + std::chrono::milliseconds(spec.stallTimeoutMs));
   }
@@ -309,20 +263,19 @@ CurlCall::Clock::time_point CurlCall::NextDeadline() const {
 }
 
 void CurlCall::CheckDeadlines(Clock::time_point now) {
-  std::shared_ptr<CurlCall> self = shared_from_this();
+  std::shared_ptr<CurlCall> self = Self();
   const RequestSpec& spec = Spec();
   http::Error timeout;
   timeout.kind = ErrorKind::kTimeout;
-  if (!Responded() && spec.openTimeoutMs > 0 &&
-      now >= StartTime() + std::chrono::milliseconds(spec.openTimeoutMs)) {
+  if (!Responded() && now >= OpenDeadline()) {
     timeout.message = "no response within " + std::to_string(spec.openTimeoutMs) + " ms";
     Fail(timeout);
   } else if (Responded() && !pausedOnNetwork_ && spec.stallTimeoutMs > 0 &&
              now >= lastProgress_ + std::chrono::milliseconds(spec.stallTimeoutMs)) {
     timeout.message = "no body byte for " + std::to_string(spec.stallTimeoutMs) + " ms";
     Fail(timeout);
-  } else if (stage_ == Stage::kBetweenAttempts && now >= retryAt_) {
-    ReportPhase(http::StatusPhase::kRetrying, retriesUsed_);
+  } else if (stage_ == Stage::kBetweenAttempts && now >= RetryAt()) {
+    ReportPhase(http::StatusPhase::kRetrying, RetriesUsed());
     if (!Silenced()) StartAttempt();
   }
 }

@@ -18,17 +18,12 @@ namespace internal {
 
 class CurlTransport;
 
-class CurlCall : public CallBase, public std::enable_shared_from_this<CurlCall> {
+class CurlCall : public CallBase {
  public:
   // `owner` is used on the network thread only, where it is alive;
   // `transport` is how other threads reach it.
   CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner, RequestSpec spec);
   ~CurlCall() override;
-
-  bool Start(std::shared_ptr<http::IListener> listener) override;
-  void Cancel() override;
-  void Pause() override;
-  void Resume() override;
 
   // --- Network thread.
   void OnTransferDone(CURLcode result);
@@ -43,10 +38,11 @@ class CurlCall : public CallBase, public std::enable_shared_from_this<CurlCall> 
   // the decision to retry or fail).
   enum class Stage { kNotBegun, kTransferring, kBetweenAttempts, kDone };
 
-  bool PostToNetwork(void (CurlCall::*step)());
-  void Begin();
-  void StopForCancel();
-  void ApplyPause();
+  bool PostTask(std::function<void()> task) override;
+  void Begin() override;
+  void StopForCancel() override;
+  void ApplyPause() override;
+  std::shared_ptr<CurlCall> Self() { return std::static_pointer_cast<CurlCall>(shared_from_this()); }
   bool SetUpHandle();
   void StartAttempt();
   void EndTransfer();
@@ -71,10 +67,8 @@ class CurlCall : public CallBase, public std::enable_shared_from_this<CurlCall> 
   CURL* easy_ = nullptr;
   curl_slist* headerList_ = nullptr;
   curl_slist* connectTo_ = nullptr;
-  int32_t retriesUsed_ = 0;
   int32_t redirects_ = 0;
   Clock::time_point attemptStart_;
-  Clock::time_point retryAt_;
   Clock::time_point lastProgress_;
   // Pause as the network side has applied it (the atomic flag in CallBase is
   // what callers set); libcurl holds the transfer while curlPaused_.

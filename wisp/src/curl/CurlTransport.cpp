@@ -42,13 +42,10 @@ std::vector<std::string> ResolveHost(const std::string& host) {
                     NI_NUMERICHOST) != 0) {
       continue;
     }
-    if (std::find(addresses.begin(), addresses.end(), text) == addresses.end()) {
-      addresses.emplace_back(text);
-    }
+    AddAddress(&addresses, text);
   }
   freeaddrinfo(results);
-  std::stable_partition(addresses.begin(), addresses.end(),
-                        [](const std::string& address) { return address.find(':') == std::string::npos; });
+  PutIPv4First(&addresses);
   return addresses;
 }
 

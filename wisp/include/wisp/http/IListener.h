@@ -14,6 +14,12 @@
 // failures) or after some OnBytes (connection lost, stall time-out).
 // A request cancelled by its caller ends with no callback at all.
 //
+// End of data: OnComplete means the whole body arrived: as many bytes as the
+// response announced (Content-Length or Content-Range), or, for a body of
+// unknown length, everything up to the server's end marker. A body cut short
+// ends with OnError (kConnectionLost), never with OnComplete. A HEAD request,
+// or an empty body, goes straight from OnResponse to OnComplete.
+//
 // A listener may call its request's Cancel, Pause and Resume from inside these
 // methods.
 #ifndef WISP_HTTP_ILISTENER_H_
