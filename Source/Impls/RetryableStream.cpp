@@ -179,13 +179,7 @@ DLResultCode RetryableStream::IsOpenReady() {
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - asyncStartedAt_).count();
     if (elapsedMs < timeoutMs) return DLResultCode(kDLOpenPending, 0);
     DL_LOGW << "isopenready,timeout:" << elapsedMs;
-    std::shared_ptr<IDownloadExecutor> opening;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      cancelled_ = true;
-      opening = openingExecutor_;
-    }
-    if (opening) opening->Close();
+    CancelOpening();
   }
   JoinOpener();
   if (!done) {
@@ -199,6 +193,17 @@ DLResultCode RetryableStream::IsOpenReady() {
     asyncResult_ = openResult_;
   }
   return openResult_;
+}
+
+void RetryableStream::CancelOpening() {
+  std::shared_ptr<IDownloadExecutor> opening;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    cancelled_ = true;
+    opening = openingExecutor_;
+  }
+  // Outside the lock: closing wakes the open that the opener thread waits in.
+  if (opening) opening->Close();
 }
 
 void RetryableStream::JoinOpener() {
@@ -553,13 +558,7 @@ std::string RetryableStream::GetInfo(const std::string& key) {
 
 DLResultCode RetryableStream::Close() {
   if (closed_) return DLResultCode(kDLSuccess, 0);
-  std::shared_ptr<IDownloadExecutor> opening;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    cancelled_ = true;
-    opening = openingExecutor_;
-  }
-  if (opening) opening->Close();
+  CancelOpening();
   JoinOpener();
   closed_ = true;
   if (executor_) {

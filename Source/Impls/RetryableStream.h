@@ -114,6 +114,8 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   void InstallExecutor(std::shared_ptr<IDownloadExecutor> executor, DLDownloadLevel level);
   void FinishOpen(const DLResultCode& result);
   void RunAsyncOpen();
+  // Stops an open in progress (on any thread's executor) for good.
+  void CancelOpening();
   void JoinOpener();
   DLDownloadLevel NextLevel(DLDownloadLevel current);
   bool InMask(DLDownloadLevel level) const;
