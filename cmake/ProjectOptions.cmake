@@ -9,6 +9,12 @@ if(DL_SANITIZE)
   add_link_options(-fsanitize=${DL_SANITIZE})
 endif()
 
+if(DL_BUILD_FUZZ)
+  # Coverage feedback for libFuzzer from the library's own code, not only from
+  # the fuzz targets; each target links the fuzzer runtime itself.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(WIN32)
   # Windows targets carry their C++ runtime inside: a DLL or program of this
   # project imports nothing but system DLLs.

@@ -16,15 +16,21 @@
 #include <downloader/Base/URIBuilder.h>
 #include <downloader/Base/URIIdentifier.h>
 
+#include <downloader/Cache/FileDownloader.h>
+
 #include <downloader/Filter/DLDownloadLevel.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Filter/IDownloadFilter.h>
 #include <downloader/Filter/SubCode.h>
 
 #include <downloader/Pipe/ConfigReader.h>
+#include <downloader/Pipe/DownloadManager.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
 #include <downloader/Pipe/PseudoConfig.h>
+
+#include <downloader/Stream/PcdnInterfaceHelper.h>
+#include <downloader/Stream/XcdnInterfaceHelper.h>
 
 #include <downloader/Strategy/BufferDrainCalculator.h>
 #include <downloader/Strategy/DrainCalculator.h>

@@ -1,0 +1,44 @@
+#include "Platform/FileSystem.h"
+
+namespace downloader {
+namespace platform {
+namespace {
+
+bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+}  // namespace
+
+FileStatus FileSystem::CheckOpenFlags(const std::string& path, uint32_t flags) {
+  if ((flags & (kOpenRead | kOpenWrite)) == 0) return FileStatus::InvalidArgument("open without read or write " + path);
+  if ((flags & kOpenTruncate) != 0 && (flags & kOpenWrite) == 0) {
+    return FileStatus::InvalidArgument("truncate read-only " + path);
+  }
+  return FileStatus::Ok();
+}
+
+FileStatus FileSystem::CreateDirs(const std::string& path) {
+  FileInfo info;
+  FileStatus status = GetFileInfo(path, &info);
+  if (status.ok()) {
+    return info.isDirectory ? FileStatus::Ok() : FileStatus::AlreadyExists("CreateDirs " + path, 0);
+  }
+  size_t end = path.size();
+  while (end > 0 && IsSeparator(path[end - 1])) --end;
+  size_t parentEnd = end;
+  while (parentEnd > 0 && !IsSeparator(path[parentEnd - 1])) --parentEnd;
+  // A parent is created first unless it is the root ("/", "C:" or "").
+  std::string parent = path.substr(0, parentEnd);
+  while (!parent.empty() && IsSeparator(parent.back())) parent.pop_back();
+  bool parentIsRoot = parent.empty() || (parent.size() == 2 && parent[1] == ':');
+  if (!parentIsRoot) {
+    status = CreateDirs(parent);
+    if (!status.ok()) return status;
+  }
+  status = CreateDir(path.substr(0, end));
+  // Another thread or process may have made it meanwhile.
+  if (status.IsAlreadyExists()) return FileStatus::Ok();
+  return status;
+}
+
+}  // namespace platform
+}  // namespace downloader

@@ -1,0 +1,97 @@
+#include "Storage/DiskAdapterIntercept.h"
+
+#include "Storage/SegmentChunk.h"
+#include "Storage/SegmentFileV1.h"
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace storage {
+
+DiskAdapterIntercept::DiskAdapterIntercept(SegmentFileV1* segmentFile, int64_t jobId)
+    : segmentFile_(segmentFile), tag_("[diskcache][jobid" + std::to_string(jobId) + "_intercept]") {}
+
+uint32_t DiskAdapterIntercept::checksumOf(const uint8_t* data, uint64_t len) {
+  std::lock_guard<std::mutex> lock(checksumMutex_);
+  checksum_.reset();
+  checksum_.update(data, len);
+  return checksum_.value();
+}
+
+bool DiskAdapterIntercept::isWholeChunk(const SegmentChunk& chunk, uint64_t goff, uint64_t len) {
+  return chunk.offset == goff && chunk.content_len == len;
+}
+
+int64_t DiskAdapterIntercept::before_write(const uint8_t* data, uint64_t goff, uint64_t len) {
+  // The stored checksum only matters for a filled chunk: it is read (by
+  // get_segment_chunk) only then.
+  SegmentChunk chunk;
+  if (!segmentFile_->refreshed_chunk_at(goff, &chunk)) {
+    DL_LOGW << tag_ << "before_write,failed,invalid segment,goff:" << goff;
+    return -1;
+  }
+  // Partial chunks never reach the disk.
+  if (!isWholeChunk(chunk, goff, len)) {
+    DL_LOGD << tag_ << "before_write,failed,goff:" << goff << ",len:" << len << ",chunk:" << chunk.to_string();
+    return -1;
+  }
+  if (!chunk.is_filled) {
+    DL_LOGT << tag_ << "before_write,return unfilled:" << chunk.position;
+    return static_cast<int64_t>(chunk.position);
+  }
+  if (!segmentFile_->get_segment_chunk(goff, &chunk)) {
+    DL_LOGW << tag_ << "before_write,failed,invalid segment,goff:" << goff;
+    return -1;
+  }
+  if (checksumOf(data, len) == chunk.crc) {
+    DL_LOGD << tag_ << "before_write,failed,already valid,goff:" << goff;
+    return -1;
+  }
+  // The stored chunk is damaged: clear its bit before its slot is rewritten,
+  // so that no reader trusts the slot while it changes.
+  if (!segmentFile_->set_fill_state(chunk.chunk_index, false)) {
+    DL_LOGW << tag_ << "before_write,failed,unfill,goff:" << goff;
+    return -1;
+  }
+  DL_LOGD << tag_ << "before_write,return wrong crc:" << chunk.position;
+  return static_cast<int64_t>(chunk.position);
+}
+
+bool DiskAdapterIntercept::after_write(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nwritten) {
+  // fill_segment_chunk reads the bit's byte afresh before it sets the bit;
+  // the geometry is all that is needed here.
+  SegmentChunk chunk;
+  bool committed = nwritten >= 0 && static_cast<uint64_t>(nwritten) == len && segmentFile_->chunk_at(goff, &chunk) &&
+                   isWholeChunk(chunk, goff, len) && segmentFile_->fill_segment_chunk(&chunk, checksumOf(data, len));
+  if (committed) {
+    DL_LOGT << tag_ << "after_write,ok,goff:" << goff;
+  } else {
+    DL_LOGW << tag_ << "after_write,failed,goff:" << goff << ",len:" << len << ",nwritten:" << nwritten;
+  }
+  return committed;
+}
+
+int64_t DiskAdapterIntercept::before_read(uint64_t goff, uint64_t len) {
+  SegmentChunk chunk;
+  if (!segmentFile_->refreshed_chunk_at(goff, &chunk) || !isWholeChunk(chunk, goff, len) || !chunk.is_filled) {
+    DL_LOGD << tag_ << "before_read,failed,goff:" << goff << ",len:" << len;
+    return -1;
+  }
+  return static_cast<int64_t>(chunk.position);
+}
+
+bool DiskAdapterIntercept::after_read(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread) {
+  // The bit is read again after the content: a writer that unfilled the
+  // chunk to rewrite it while we read would show here.
+  SegmentChunk chunk;
+  bool whole = nread >= 0 && static_cast<uint64_t>(nread) == len && segmentFile_->get_segment_chunk(goff, &chunk) &&
+               isWholeChunk(chunk, goff, len) && chunk.is_filled && checksumOf(data, len) == chunk.crc;
+  if (whole) {
+    DL_LOGT << tag_ << "after_read,ok,goff:" << goff;
+  } else {
+    DL_LOGW << tag_ << "after_read,failed,goff:" << goff << ",len:" << len << ",nread:" << nread;
+  }
+  return whole;
+}
+
+}  // namespace storage
+}  // namespace downloader

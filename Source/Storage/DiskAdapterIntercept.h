@@ -1,0 +1,61 @@
+// The guard between a disk adapter and its segment file: it turns a resource
+// offset into a file position, and lets only whole, accounted chunks pass.
+//
+// Write: `before_write` hands out the slot position for exactly one whole
+// chunk that is not yet filled, else -1; the caller writes the content there
+// and reports the count to `after_write`, which commits the chunk (checksum,
+// then bit). Read: `before_read` hands out the position of a whole, filled
+// chunk, else -1; `after_read` accepts the bytes only if they are the whole
+// chunk and their checksum matches the stored one.
+//
+// Edge cases: a write or read that does not start on a chunk boundary or does
+// not span the chunk's exact content length is refused; a filled chunk whose
+// new content has the stored checksum is refused ("already valid"); one whose
+// checksum differs is unfilled first and handed out for rewriting. With the
+// shipped checksum (always 0) a filled chunk is final.
+//
+// Thread rules: any thread. The segment file serialises its own state;
+// `checksumMutex_` guards the checksum calculator. The segment file must
+// outlive the guard (both belong to one DiskAdapter).
+#ifndef DOWNLOADER_STORAGE_DISKADAPTERINTERCEPT_H_
+#define DOWNLOADER_STORAGE_DISKADAPTERINTERCEPT_H_
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "Storage/ChunkChecksum.h"
+
+namespace downloader {
+namespace storage {
+
+class SegmentFileV1;
+struct SegmentChunk;
+
+class DiskAdapterIntercept {
+ public:
+  DiskAdapterIntercept(SegmentFileV1* segmentFile, int64_t jobId);
+
+  int64_t before_write(const uint8_t* data, uint64_t goff, uint64_t len);
+  bool after_write(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nwritten);
+  int64_t before_read(uint64_t goff, uint64_t len);
+  bool after_read(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread);
+
+ private:
+  // True when the chunk starts at goff and holds exactly len bytes.
+  static bool isWholeChunk(const SegmentChunk& chunk, uint64_t goff, uint64_t len);
+  uint32_t checksumOf(const uint8_t* data, uint64_t len);
+
+  // Constant after construction.
+  SegmentFileV1* const segmentFile_;
+  const std::string tag_;
+
+  std::mutex checksumMutex_;
+  // Guarded by checksumMutex_.
+  ChunkChecksum checksum_;
+};
+
+}  // namespace storage
+}  // namespace downloader
+
+#endif  // DOWNLOADER_STORAGE_DISKADAPTERINTERCEPT_H_

@@ -1,0 +1,76 @@
+#include "Storage/Persistence/DiskAdapterProvider.h"
+
+#include <algorithm>
+
+#include "Storage/Persistence/DLException.h"
+#include "Storage/Persistence/DiskAdapter.h"
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace storage {
+namespace {
+
+constexpr size_t kMinSweepSize = 64;
+constexpr char kNotInitialized[] = "dlexception,diskadapterprovider,not initialized";
+
+}  // namespace
+
+DiskAdapterProvider& DiskAdapterProvider::GetInstance() {
+  static DiskAdapterProvider provider;
+  return provider;
+}
+
+DiskAdapterProvider::DiskAdapterProvider() : sweepAtSize_(kMinSweepSize) {}
+DiskAdapterProvider::~DiskAdapterProvider() = default;
+
+void DiskAdapterProvider::init(platform::FileSystem* fileSystem) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  fileSystem_ = fileSystem;
+}
+
+bool DiskAdapterProvider::isInitialized() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return fileSystem_ != nullptr;
+}
+
+std::shared_ptr<DiskAdapter> DiskAdapterProvider::acquire_adapter(const std::string& path, uint64_t file_size,
+                                                                  int64_t job_id) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (fileSystem_ == nullptr) throw DLException(kNotInitialized);
+  DL_LOGD << "[diskcache]diskadapterprovider,acquire adapter,get:" << path << ",file_size:" << file_size;
+
+  std::shared_ptr<DiskAdapter> adapter;
+  auto found = adapters_.find(path);
+  if (found != adapters_.end()) {
+    adapter = found->second.lock();
+    if (adapter) {
+      DL_LOGD << "[diskcache]diskadapterprovider,acquire adapter,match:" << path;
+    } else {
+      DL_LOGD << "[diskcache]diskadapterprovider,acquire adapter,weak ptr:" << path;
+      adapter = std::make_shared<DiskAdapter>(path, file_size, job_id, fileSystem_);
+      found->second = adapter;
+    }
+  } else {
+    adapter = std::make_shared<DiskAdapter>(path, file_size, job_id, fileSystem_);
+    adapters_.emplace(path, adapter);
+    DL_LOGD << "[diskcache]diskadapterprovider,acquire adapter,insert:" << path;
+    sweepExpiredLocked();
+  }
+  if (adapter->isValid()) {
+    DL_LOGD << "[diskcache]diskadapterprovider,acquire adapter,valid:" << path;
+  } else {
+    DL_LOGW << "[diskcache]diskadapterprovider,acquire adapter,invalid:" << path;
+  }
+  return adapter;
+}
+
+void DiskAdapterProvider::sweepExpiredLocked() {
+  if (adapters_.size() < sweepAtSize_) return;
+  for (auto it = adapters_.begin(); it != adapters_.end();) {
+    it = it->second.expired() ? adapters_.erase(it) : std::next(it);
+  }
+  sweepAtSize_ = std::max(kMinSweepSize, adapters_.size() * 2);
+}
+
+}  // namespace storage
+}  // namespace downloader

@@ -1,0 +1,56 @@
+#include "Storage/SegmentFileWriterDispatch.h"
+
+#include <cstring>
+
+#include "Storage/SegmentFileWriter.h"
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace storage {
+namespace {
+
+// Enough for a few chunks in flight per download.
+constexpr size_t kRetainedBufferBytes = 16 * 1024 * 1024;
+
+}  // namespace
+
+SegmentFileWriterDispatch& SegmentFileWriterDispatch::GetInstance() {
+  // Never destroyed; see the header.
+  static SegmentFileWriterDispatch* const dispatch = new SegmentFileWriterDispatch();
+  return *dispatch;
+}
+
+SegmentFileWriterDispatch::SegmentFileWriterDispatch() : buffers_(kRetainedBufferBytes), looper_("storage") {
+  looper_.Start();
+}
+
+void SegmentFileWriterDispatch::store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
+                                      const uint8_t* data, uint64_t len) {
+  if (len == 0 || !writer) return;
+  std::shared_ptr<StoreBufferPool::Buffer> buffer = buffers_.Take(len);
+  std::memcpy(buffer->bytes.get(), data, len);
+  DL_LOGT << "[diskcache][writedispatch]copy_n:" << len;
+  looper_.Post([writer, goff, buffer] { handle_store(writer, goff, *buffer); });
+}
+
+void SegmentFileWriterDispatch::complete(const std::shared_ptr<SegmentFileWriter>& writer,
+                                         std::function<void()> done) {
+  if (!writer) return;
+  looper_.Post([writer, done] { handle_complete(writer, done); });
+}
+
+void SegmentFileWriterDispatch::handle_store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
+                                             const StoreBufferPool::Buffer& buffer) {
+  DL_LOGT << "[diskcache][writedispatch]handle store:" << goff << ",len:" << buffer.size;
+  writer->store(goff, buffer.bytes.get(), buffer.size);
+}
+
+void SegmentFileWriterDispatch::handle_complete(const std::shared_ptr<SegmentFileWriter>& writer,
+                                                const std::function<void()>& done) {
+  DL_LOGD << "[diskcache][writedispatch]handle complete";
+  writer->complete();
+  if (done) done();
+}
+
+}  // namespace storage
+}  // namespace downloader

@@ -1,0 +1,59 @@
+// The queue in front of the segment file writers: one process-wide storage
+// thread runs every writer's stores and completions in the order they were
+// posted, so that a network thread hands its bytes over and never waits for
+// the disk.
+//
+// `store` copies the caller's bytes before it returns, so the caller may
+// reuse its buffer at once; the copies live in recycled buffers. The writer is
+// held by the posted job until the job has run.
+//
+// Thread rules: any thread. The storage thread is started on first use and
+// lives until the process ends (it is never joined: a DLL must not join
+// threads while it is being unloaded).
+//
+// Edge cases: a store of 0 bytes posts nothing; `done` of `complete` runs on
+// the storage thread after the writer's complete, and not at all if the
+// process ends first.
+#ifndef DOWNLOADER_STORAGE_SEGMENTFILEWRITERDISPATCH_H_
+#define DOWNLOADER_STORAGE_SEGMENTFILEWRITERDISPATCH_H_
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "Storage/StoreBufferPool.h"
+#include "Utils/looper/MessageLooper.h"
+
+namespace downloader {
+namespace storage {
+
+class SegmentFileWriter;
+
+class SegmentFileWriterDispatch {
+ public:
+  static SegmentFileWriterDispatch& GetInstance();
+
+  SegmentFileWriterDispatch(const SegmentFileWriterDispatch&) = delete;
+  SegmentFileWriterDispatch& operator=(const SegmentFileWriterDispatch&) = delete;
+
+  // `data[0]` is the byte at resource offset `goff`.
+  void store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff, const uint8_t* data, uint64_t len);
+  void complete(const std::shared_ptr<SegmentFileWriter>& writer, std::function<void()> done = nullptr);
+
+ private:
+  SegmentFileWriterDispatch();
+  ~SegmentFileWriterDispatch() = delete;
+
+  static void handle_store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
+                           const StoreBufferPool::Buffer& buffer);
+  static void handle_complete(const std::shared_ptr<SegmentFileWriter>& writer, const std::function<void()>& done);
+
+  // Declared before the looper: pending jobs hold its buffers.
+  StoreBufferPool buffers_;
+  MessageLooper looper_;
+};
+
+}  // namespace storage
+}  // namespace downloader
+
+#endif  // DOWNLOADER_STORAGE_SEGMENTFILEWRITERDISPATCH_H_

@@ -1,0 +1,221 @@
+// The layer between the segment format and the file system: adapter sharing,
+// recreation of foreign files, the guarded transfers under write faults,
+// write-back accounting, the file layer and the directory layout.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "FaultInjectionFileSystem.h"
+#include "Storage/Persistence/DiskAdapter.h"
+#include "Storage/Persistence/DiskAdapterProvider.h"
+#include "Storage/Persistence/DiskCache.h"
+#include "Storage/Persistence/DiskCacheEntry.h"
+#include "Storage/Persistence/DiskFileNameUtil.h"
+#include "Storage/Persistence/DiskWriter.h"
+#include "Storage/Persistence/File.h"
+#include "StorageTestUtil.h"
+#include "support/LogCapture.h"
+#include "support/TempDir.h"
+
+namespace downloader {
+namespace storage {
+namespace {
+
+using dltest::FaultInjectionFileSystem;
+using dltest::ReadWholeFile;
+using dltest::SourceBytes;
+
+class DiskCacheLayerTest : public ::testing::Test {
+ protected:
+  dltest::TempDir dir_;
+};
+
+TEST_F(DiskCacheLayerTest, ProviderSharesOneAdapterPerPathWhileHeld) {
+  DiskAdapterProvider provider;
+  provider.init();
+  std::string path = dir_.Join("shared");
+  dltest::LogCapture log;
+  std::shared_ptr<DiskAdapter> writer = provider.acquire_adapter(path, 5000, 1);
+  std::shared_ptr<DiskAdapter> reader1 = provider.acquire_adapter(path, 0, 2);
+  std::shared_ptr<DiskAdapter> reader2 = provider.acquire_adapter(path, 0, 3);
+  EXPECT_EQ(writer, reader1);
+  EXPECT_EQ(writer, reader2);
+  EXPECT_NE(provider.acquire_adapter(dir_.Join("other"), 5000, 4), writer);
+  EXPECT_EQ(log.Matching("acquire adapter,match:").size(), 2u);
+
+  writer.reset();
+  reader1.reset();
+  reader2.reset();
+  log.Clear();
+  std::shared_ptr<DiskAdapter> again = provider.acquire_adapter(path, 0, 5);
+  EXPECT_TRUE(log.Contains("acquire adapter,weak ptr:"));
+  EXPECT_TRUE(log.Contains("acquire adapter,valid:"));
+  EXPECT_TRUE(again->isValid()) << "the new adapter reopens the file the first one made";
+}
+
+TEST_F(DiskCacheLayerTest, ForeignFileIsReplacedByAnEmptySegmentFileWith128KiBChunks) {
+  std::string path = dir_.Join("cache.foreign");
+  std::vector<uint8_t> foreign(100, 0);
+  foreign[0] = 'd';
+  foreign[1] = 'l';
+  foreign[2] = 2;  // version 2
+  dltest::WriteWholeFile(path, foreign);
+  DiskAdapter adapter(path, 300000, 1, platform::FileSystem::Default());
+  ASSERT_TRUE(adapter.isValid());
+  EXPECT_EQ(adapter.segmentFile().chunk_content_size(), 131072u);
+  EXPECT_EQ(adapter.segmentFile().content_file_size(), 300000u);
+  std::vector<uint8_t> bytes = ReadWholeFile(path);
+  const std::vector<uint8_t> header = {'d', 'l', 1, 0, 0xE0, 0x93, 0x04, 0, 1, 0, 0, 0, 0, 0, 2, 0, 0};
+  EXPECT_EQ(bytes, header);
+}
+
+// Each step of a commit failing in turn: the chunk must stay unfilled, and
+// a later write of the same chunk must succeed.
+TEST_F(DiskCacheLayerTest, CommitThatFailsAtAnyStepLeavesTheChunkUnfilled) {
+  const struct {
+    const char* step;
+    uint64_t offset;
+  } steps[] = {{"content", 17}, {"checksum", 317}, {"bit", 16}};
+  for (const auto& step : steps) {
+    std::string path = dir_.Join(std::string("fault-") + step.step);
+    ASSERT_TRUE(dltest::MakeSegmentFile(path, 1000, 300));
+    FaultInjectionFileSystem faulty;
+    DiskAdapter adapter(path, 1000, 1, &faulty);
+    ASSERT_TRUE(adapter.isValid());
+    uint64_t failingOffset = step.offset;
+    faulty.FailWrites([failingOffset](uint64_t offset, size_t) { return offset == failingOffset; },
+                      FaultInjectionFileSystem::Fault::kHalfThenFail);
+    std::vector<uint8_t> content = SourceBytes(1, 0, 300);
+    EXPECT_LT(adapter.write(content.data(), 300, 0), 0) << step.step;
+    EXPECT_EQ(faulty.injectedFaults(), 1) << step.step;
+    EXPECT_EQ(ReadWholeFile(path).at(16), 0) << step.step;
+    std::vector<uint8_t> out(300);
+    EXPECT_LT(adapter.read(out.data(), 300, 0), 0) << step.step;
+
+    faulty.Heal();
+    EXPECT_EQ(adapter.write(content.data(), 300, 0), 300) << step.step;
+    EXPECT_EQ(adapter.read(out.data(), 300, 0), 300) << step.step;
+    EXPECT_EQ(out, content) << step.step;
+  }
+}
+
+TEST_F(DiskCacheLayerTest, GuardPassesOnlyWholeChunks) {
+  std::string path = dir_.Join("guard");
+  ASSERT_TRUE(dltest::MakeSegmentFile(path, 1000, 300));
+  DiskAdapter adapter(path, 1000, 1, platform::FileSystem::Default());
+  std::vector<uint8_t> content = SourceBytes(1, 0, 300);
+  EXPECT_LT(adapter.write(content.data(), 299, 0), 0);
+  EXPECT_LT(adapter.write(content.data(), 300, 1), 0);
+  EXPECT_LT(adapter.write(content.data(), 300, 900), 0) << "the last chunk holds 100";
+  EXPECT_EQ(adapter.write(content.data(), 100, 900), 100);
+  std::vector<uint8_t> out(300);
+  EXPECT_LT(adapter.read(out.data(), 50, 900), 0);
+  EXPECT_EQ(adapter.read(out.data(), 100, 900), 100);
+}
+
+TEST_F(DiskCacheLayerTest, WriteBackWritesTheOldestEntryWhenTheLimitIsReached) {
+  std::string pathA = dir_.Join("a");
+  std::string pathB = dir_.Join("b");
+  ASSERT_TRUE(dltest::MakeSegmentFile(pathA, 1000, 300));
+  ASSERT_TRUE(dltest::MakeSegmentFile(pathB, 1000, 300));
+  auto adapterA = std::make_shared<DiskAdapter>(pathA, 1000, 1, platform::FileSystem::Default());
+  auto adapterB = std::make_shared<DiskAdapter>(pathB, 1000, 1, platform::FileSystem::Default());
+  auto entryA = std::make_shared<DiskCacheEntry>(adapterA, 1);
+  auto entryB = std::make_shared<DiskCacheEntry>(adapterB, 1);
+  DiskCache cache(500, 1);
+  cache.add(entryA);
+  cache.add(entryB);
+
+  auto cellOf = [](uint64_t goff, uint64_t len) {
+    std::vector<uint8_t> bytes = SourceBytes(1, goff, len);
+    DataCell cell;
+    cell.goff = goff;
+    cell.data.reset(new uint8_t[300]);
+    std::copy(bytes.begin(), bytes.end(), cell.data.get());
+    cell.len = len;
+    cell.cap = 300;
+    return cell;
+  };
+  ASSERT_TRUE(entryA->cacheData(cellOf(0, 300)));
+  ASSERT_TRUE(cache.update(entryA, 300));
+  ASSERT_TRUE(entryB->cacheData(cellOf(0, 300)));
+  ASSERT_TRUE(cache.update(entryB, 300));
+  // 600 >= 500: A, the entry used longest ago, goes to disk; B stays.
+  EXPECT_EQ(cache.total(), 300u);
+  EXPECT_EQ(entryA->size(), 0u);
+  EXPECT_EQ(entryB->size(), 300u);
+  EXPECT_EQ(ReadWholeFile(pathA).at(16), 0x80);
+  EXPECT_EQ(ReadWholeFile(pathB).at(16), 0x00);
+
+  EXPECT_EQ(entryB->append(250, SourceBytes(1, 250, 10).data(), 10), 0u) << "not where the cell ends";
+  EXPECT_EQ(entryB->append(300, SourceBytes(1, 300, 10).data(), 10), 0u) << "the cell is full";
+  EXPECT_FALSE(cache.update(entryB, -301)) << "more than the total";
+  EXPECT_EQ(cache.total(), 300u);
+  cache.remove(entryB);
+  EXPECT_EQ(cache.total(), 0u);
+}
+
+TEST_F(DiskCacheLayerTest, DiskWriterCloseIsCounted) {
+  DiskWriter writer(dir_.Join("sub/dir/file"), platform::FileSystem::Default(), 1);
+  EXPECT_FALSE(writer.openExistingFile());
+  EXPECT_FALSE(writer.openFile()) << "openFile creates the file, not its directories";
+  ASSERT_TRUE(writer.createFile()) << "makes the parent directories";
+  ASSERT_TRUE(writer.openExistingFile());
+  EXPECT_EQ(writer.writeData("abc", 3, 10), 3);
+  writer.closeFile();
+  ASSERT_TRUE(writer.isOpen()) << "one holder is left";
+  char buffer[16] = {};
+  EXPECT_EQ(writer.readData(buffer, sizeof(buffer), 0), 13);
+  EXPECT_EQ(buffer[0], 0) << "the gap reads as zeros";
+  EXPECT_EQ(std::string(buffer + 10, 3), "abc");
+  writer.closeFile();
+  EXPECT_FALSE(writer.isOpen());
+  EXPECT_EQ(writer.readData(buffer, 1, 0), -1);
+  EXPECT_EQ(writer.writeData("x", 1, 0), -1);
+}
+
+TEST_F(DiskCacheLayerTest, FilePathOperations) {
+  dltest::LogCapture log;
+  File directory(dir_.Join("cache/v1"));
+  EXPECT_FALSE(directory.exists());
+  EXPECT_TRUE(log.Contains("[diskcache][File]exists,Could not get file status:"));
+  ASSERT_TRUE(directory.mkdirs());
+  File file(dir_.Join("cache/v1/cache.a"));
+  ASSERT_TRUE(file.create());
+  EXPECT_EQ(file.write("abc", 3, 0), 3);
+  EXPECT_TRUE(file.flushOSBuffers());
+  platform::FileInfo info;
+  ASSERT_TRUE(file.fillStat(&info));
+  EXPECT_EQ(info.size, 3u);
+  std::vector<std::string> names;
+  ASSERT_TRUE(directory.scandir(&names));
+  EXPECT_EQ(names, std::vector<std::string>({"cache.a"}));
+  file.close();
+  ASSERT_TRUE(file.renameTo(dir_.Join("cache/v1/cache.b")));
+  EXPECT_FALSE(file.exists()) << "a File keeps naming the old path";
+  EXPECT_TRUE(File(dir_.Join("cache/v1/cache.b")).remove());
+  EXPECT_TRUE(directory.remove());
+  EXPECT_FALSE(File("").fillStat(&info));
+  EXPECT_TRUE(log.Contains("dldebug,null path"));
+}
+
+TEST(DiskFileNameUtilTest, DirectoryLayout) {
+  std::string base = DiskFileNameUtil::getDLBasePath("/data/app/");
+  EXPECT_EQ(base, "/data/app/kestreldl_folder/");
+  EXPECT_EQ(DiskFileNameUtil::getDLBasePath("/data/app"), base);
+  EXPECT_EQ(DiskFileNameUtil::getDiskCacheDir(base, "v1"), "/data/app/kestreldl_folder/disk_cache/v1/cache");
+  EXPECT_EQ(DiskFileNameUtil::getTmpDir(base), "/data/app/kestreldl_folder/disk_cache/v0/tmp");
+  std::string v1 = DiskFileNameUtil::getVersionDir(base, "v1");
+  EXPECT_EQ(DiskFileNameUtil::getCacheFilePath(v1, "abc"), "/data/app/kestreldl_folder/disk_cache/v1/cache/cache.abc");
+  EXPECT_EQ(DiskFileNameUtil::getTmpFilePath(DiskFileNameUtil::getVersionDir(base, "v0"), "abc"),
+            "/data/app/kestreldl_folder/disk_cache/v0/tmp/tmp.abc");
+  EXPECT_EQ(DiskFileNameUtil::getDLBasePath("C:\\cache\\"), "C:\\cache/kestreldl_folder/");
+  EXPECT_EQ(DiskFileNameUtil::getParentPath("/a/b/c"), "/a/b");
+  EXPECT_EQ(DiskFileNameUtil::getParentPath("/a"), "/");
+  EXPECT_EQ(DiskFileNameUtil::getParentPath("a"), "");
+}
+
+}  // namespace
+}  // namespace storage
+}  // namespace downloader

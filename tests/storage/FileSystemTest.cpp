@@ -1,0 +1,121 @@
+// The platform file seam, run the same on both platforms (the Windows build
+// under wine): what the storage code relies on from the system.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Platform/FileSystem.h"
+#include "support/TempDir.h"
+
+namespace downloader {
+namespace platform {
+namespace {
+
+constexpr uint32_t kReadWrite = kOpenRead | kOpenWrite;
+
+class FileSystemTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<PositionalFile> Open(const std::string& path, uint32_t flags) {
+    std::unique_ptr<PositionalFile> file;
+    FileStatus status = fs_->OpenFile(path, flags, &file);
+    EXPECT_TRUE(status.ok()) << status.ToString();
+    return file;
+  }
+  std::string ReadAll(PositionalFile& file, uint64_t offset, size_t length) {
+    std::string out(length, '\0');
+    size_t got = 0;
+    EXPECT_TRUE(file.Read(offset, length, &out[0], &got).ok());
+    out.resize(got);
+    return out;
+  }
+
+  FileSystem* fs_ = FileSystem::Default();
+  dltest::TempDir dir_;
+};
+
+TEST_F(FileSystemTest, PositionalTransfersAndTheEndOfTheFile) {
+  std::string path = dir_.Join("positional");
+  std::unique_ptr<PositionalFile> missing;
+  EXPECT_TRUE(fs_->OpenFile(path, kReadWrite, &missing).IsNotFound());
+
+  auto file = Open(path, kReadWrite | kOpenCreate);
+  size_t written = 0;
+  ASSERT_TRUE(file->Write(4, "tail", 4, &written).ok());
+  ASSERT_TRUE(file->Write(0, "he", 2, &written).ok());
+  EXPECT_EQ(ReadAll(*file, 0, 100), std::string("he\0\0tail", 8));
+  EXPECT_EQ(ReadAll(*file, 6, 100), "il");
+  EXPECT_EQ(ReadAll(*file, 8, 10), "") << "at the end";
+  EXPECT_EQ(ReadAll(*file, 1000, 10), "") << "past the end";
+  uint64_t size = 0;
+  ASSERT_TRUE(file->Size(&size).ok());
+  EXPECT_EQ(size, 8u);
+  EXPECT_EQ(file->Read(~0ull - 2, 10, nullptr, &written).kind(), FileStatus::Kind::kInvalidArgument);
+
+  auto truncated = Open(path, kReadWrite | kOpenTruncate);
+  ASSERT_TRUE(truncated->Size(&size).ok());
+  EXPECT_EQ(size, 0u);
+}
+
+TEST_F(FileSystemTest, OneFileHeldByAWriterAndAReaderAtOnce) {
+  std::string path = dir_.Join("shared");
+  auto writer = Open(path, kReadWrite | kOpenCreate);
+  auto reader = Open(path, kOpenRead);
+  size_t written = 0;
+  ASSERT_TRUE(writer->Write(0, "abc", 3, &written).ok());
+  EXPECT_EQ(ReadAll(*reader, 0, 3), "abc");
+
+  // The file may be renamed and removed under open handles (the cleaner
+  // does that), and the handles keep working on it.
+  std::string renamed = dir_.Join("renamed");
+  ASSERT_TRUE(fs_->Rename(path, renamed).ok());
+  ASSERT_TRUE(writer->Write(3, "d", 1, &written).ok());
+  EXPECT_EQ(ReadAll(*reader, 0, 4), "abcd");
+  FileInfo info;
+  EXPECT_TRUE(fs_->GetFileInfo(path, &info).IsNotFound());
+  ASSERT_TRUE(fs_->GetFileInfo(renamed, &info).ok());
+  EXPECT_EQ(info.size, 4u);
+  EXPECT_FALSE(info.isDirectory);
+  EXPECT_GT(info.modifiedMillis, 1500000000000);
+}
+
+TEST_F(FileSystemTest, RenameReplacesAnExistingTarget) {
+  std::string from = dir_.Join("from");
+  std::string to = dir_.Join("to");
+  size_t written = 0;
+  ASSERT_TRUE(Open(from, kReadWrite | kOpenCreate)->Write(0, "new", 3, &written).ok());
+  ASSERT_TRUE(Open(to, kReadWrite | kOpenCreate)->Write(0, "old!", 4, &written).ok());
+  ASSERT_TRUE(fs_->Rename(from, to).ok());
+  EXPECT_EQ(ReadAll(*Open(to, kOpenRead), 0, 10), "new");
+}
+
+TEST_F(FileSystemTest, DirectoriesAndUtf8Names) {
+  const std::string name = "\xE7\xBC\x93\xE5\xAD\x98-caf\xC3\xA9";  // "缓存-café"
+  std::string nested = dir_.Join(name + "/a/b");
+  ASSERT_TRUE(fs_->CreateDirs(nested).ok());
+  ASSERT_TRUE(fs_->CreateDirs(nested + "/").ok()) << "existing directories are fine";
+  EXPECT_TRUE(fs_->CreateDir(nested).IsAlreadyExists());
+  size_t written = 0;
+  ASSERT_TRUE(Open(nested + "/" + name, kReadWrite | kOpenCreate)->Write(0, "x", 1, &written).ok());
+
+  std::vector<std::string> names;
+  ASSERT_TRUE(fs_->ListDir(dir_.path(), &names).ok());
+  EXPECT_EQ(names, std::vector<std::string>({name}));
+  ASSERT_TRUE(fs_->ListDir(nested, &names).ok());
+  EXPECT_EQ(names, std::vector<std::string>({name}));
+  FileInfo info;
+  ASSERT_TRUE(fs_->GetFileInfo(nested, &info).ok());
+  EXPECT_TRUE(info.isDirectory);
+
+  EXPECT_FALSE(fs_->RemoveDir(nested).ok()) << "not empty";
+  ASSERT_TRUE(fs_->RemoveFile(nested + "/" + name).ok());
+  EXPECT_TRUE(fs_->RemoveDir(nested).ok());
+  EXPECT_TRUE(fs_->ListDir(nested, &names).IsNotFound());
+  EXPECT_TRUE(fs_->RemoveFile(nested + "/" + name).IsNotFound());
+}
+
+}  // namespace
+}  // namespace platform
+}  // namespace downloader

@@ -1,0 +1,161 @@
+#include "RecordingListener.h"
+
+#include "SyntheticContent.h"
+
+namespace wisptest {
+
+void RecordingListener::VerifySynthetic(const std::string& path) {
+  verify_ = true;
+  seed_ = dlorigin::SyntheticSeed(path);
+}
+
+void RecordingListener::MarkCancelled() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  cancelled_ = true;
+}
+
+template <typename Predicate>
+bool RecordingListener::WaitUntil(Predicate predicate, std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return changed_.wait_for(lock, timeout, predicate);
+}
+
+bool RecordingListener::WaitForEnd(std::chrono::milliseconds timeout) {
+  return WaitUntil([this] { return ended_; }, timeout);
+}
+
+bool RecordingListener::WaitForBytes(int64_t atLeast, std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait_for(lock, timeout, [this, atLeast] { return bytes_ >= atLeast || ended_; });
+  return bytes_ >= atLeast;
+}
+
+bool RecordingListener::Ended() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return ended_;
+}
+
+bool RecordingListener::Completed() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return completed_;
+}
+
+wisp::http::Error RecordingListener::Error() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return error_;
+}
+
+std::shared_ptr<wisp::http::Response> RecordingListener::Response() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return response_;
+}
+
+int64_t RecordingListener::Bytes() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return bytes_;
+}
+
+int64_t RecordingListener::Mismatches() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return mismatches_;
+}
+
+std::string RecordingListener::Body() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return body_;
+}
+
+std::vector<Event> RecordingListener::Events() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return events_;
+}
+
+std::vector<std::pair<wisp::http::StatusPhase, int64_t>> RecordingListener::Phases() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return phases_;
+}
+
+int RecordingListener::CallbacksAfterCancel() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return callbacksAfterCancel_;
+}
+
+int RecordingListener::CallbacksOnForbiddenThread() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return callbacksOnForbiddenThread_;
+}
+
+std::string RecordingListener::OrderProblem() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return orderProblem_;
+}
+
+void RecordingListener::RecordLocked(Event event) {
+  if (cancelled_) ++callbacksAfterCancel_;
+  if (std::this_thread::get_id() == forbiddenThread_) ++callbacksOnForbiddenThread_;
+  if (ended_ && orderProblem_.empty()) orderProblem_ = "a callback after the end";
+  bool responded = false;
+  for (Event earlier : events_) responded = responded || earlier == Event::kResponse;
+  if (event == Event::kResponse && responded && orderProblem_.empty()) orderProblem_ = "two responses";
+  if (event == Event::kBytes && !responded && orderProblem_.empty()) orderProblem_ = "bytes before the response";
+  if (event == Event::kComplete && !responded && orderProblem_.empty()) orderProblem_ = "complete without a response";
+  // Runs of body blocks are kept as one entry, so that the record stays small.
+  if (event != Event::kBytes || events_.empty() || events_.back() != Event::kBytes) events_.push_back(event);
+  if (event == Event::kError || event == Event::kComplete) ended_ = true;
+}
+
+void RecordingListener::OnResponse(wisp::http::IRequestCall*, std::shared_ptr<wisp::http::Response> response) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    RecordLocked(Event::kResponse);
+    response_ = std::move(response);
+  }
+  changed_.notify_all();
+}
+
+void RecordingListener::OnBytes(wisp::http::IRequestCall* call, const uint8_t* data, size_t length) {
+  int64_t total = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    RecordLocked(Event::kBytes);
+    if (verify_ && response_ != nullptr) {
+      uint64_t offset = static_cast<uint64_t>(response_->RangeStart() + bytes_);
+      size_t first = dlorigin::FirstSyntheticMismatch(seed_, offset, data, length);
+      if (first != length) ++mismatches_;
+    }
+    if (keepBody_) body_.append(reinterpret_cast<const char*>(data), length);
+    bytes_ += static_cast<int64_t>(length);
+    total = bytes_;
+  }
+  changed_.notify_all();
+  if (bytesHook_) bytesHook_(call, total);
+}
+
+void RecordingListener::OnError(wisp::http::IRequestCall*, const wisp::http::Error& error) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    RecordLocked(Event::kError);
+    error_ = error;
+  }
+  changed_.notify_all();
+}
+
+void RecordingListener::OnComplete(wisp::http::IRequestCall*) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    RecordLocked(Event::kComplete);
+    completed_ = true;
+  }
+  changed_.notify_all();
+}
+
+void RecordingListener::OnStatusPhase(wisp::http::IRequestCall*, wisp::http::StatusPhase phase, int64_t value) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    RecordLocked(Event::kPhase);
+    phases_.emplace_back(phase, value);
+  }
+  changed_.notify_all();
+}
+
+}  // namespace wisptest
