@@ -21,13 +21,31 @@
 #include <downloader/Filter/DLDownloadLevel.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Filter/IDownloadFilter.h>
+#include <downloader/Filter/LocalFileExecutor.h>
+#include <downloader/Filter/LocalFileFilter.h>
+#include <downloader/Filter/WispDownloadExecutor.h>
+#include <downloader/Filter/WispDownloadFilter.h>
 #include <downloader/Filter/SubCode.h>
+
+#include <downloader/Impls/IStream.h>
 
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Pipe/DownloadManager.h>
+#include <downloader/Pipe/DownloadPipeline.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
+#include <downloader/Pipe/ITunnel.h>
+#include <downloader/Pipe/ITunnelConfig.h>
+#include <downloader/Pipe/KestrelDownloadPipeline.h>
+#include <downloader/Pipe/KestrelTunnel.h>
+#include <downloader/Pipe/PlayerState.h>
 #include <downloader/Pipe/PseudoConfig.h>
+#include <downloader/Pipe/PulseDataDef.h>
+#include <downloader/Pipe/StatsStage.h>
+#include <downloader/Pipe/TunnelFinder.h>
+
+#include <downloader/Storage/CacheWriter.h>
+#include <downloader/Storage/IDataStore.h>
 
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 #include <downloader/Stream/XcdnInterfaceHelper.h>
@@ -37,5 +55,6 @@
 #include <downloader/Strategy/DrainCalculatorFactory.h>
 #include <downloader/Strategy/FlowRateCalculator.h>
 #include <downloader/Strategy/FlowRateControl.h>
+#include <downloader/Strategy/PlayStateMonitor.h>
 
 #endif  // DOWNLOADER_DOWNLOADER_H_

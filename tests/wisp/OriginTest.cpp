@@ -1,33 +1,14 @@
 #include "OriginTest.h"
 
+#include "support/OriginUrl.h"
+
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 
 namespace wisptest {
-namespace {
-
-std::string Trimmed(std::string text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) text.pop_back();
-  return text;
-}
-
-std::string OriginFromEnvironment() {
-  const char* url = std::getenv("DLORIGIN_URL");
-  if (url != nullptr && *url != '\0') return Trimmed(url);
-  const char* file = std::getenv("DLORIGIN_URL_FILE");
-  if (file == nullptr) return std::string();
-  std::ifstream in(file);
-  std::string line;
-  std::getline(in, line);
-  return Trimmed(line);
-}
-
-}  // namespace
 
 void OriginTest::SetUp() {
-  origin_ = OriginFromEnvironment();
+  origin_ = dltest::OriginUrlFromEnvironment();
   ASSERT_FALSE(origin_.empty())
       << "no origin: run through ctest, or start one with scripts/dlorigin-ctl.sh and set DLORIGIN_URL";
   client_ = wisp::http::WispClient::Create();

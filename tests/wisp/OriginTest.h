@@ -1,6 +1,5 @@
-// Base fixture of the suites that talk to dlorigin. The origin's URL comes
-// from DLORIGIN_URL, else from the file that DLORIGIN_URL_FILE names (the
-// CTest fixture writes it). Each test gets a client of its own.
+// Base fixture of the suites that talk to dlorigin (found through
+// support/OriginUrl.h). Each test gets a client of its own.
 #ifndef TESTS_WISP_ORIGINTEST_H_
 #define TESTS_WISP_ORIGINTEST_H_
 

@@ -1,0 +1,229 @@
+#include "Filter/SegmentDownloadExecutor.h"
+
+#include <atomic>
+#include <chrono>
+#include <utility>
+
+#include <downloader/Base/BufferChunk.h>
+#include <downloader/Storage/CacheWriter.h>
+
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace {
+
+constexpr int64_t kDefaultReadTimeoutMs = 5000;
+constexpr auto kWaitStep = std::chrono::milliseconds(100);
+
+int64_t NextJobId() {
+  static std::atomic<int64_t> lastJobId{0};
+  return ++lastJobId;
+}
+
+}  // namespace
+
+SegmentDownloadExecutor::SegmentDownloadExecutor(ConfigPtr config, std::shared_ptr<URI> uri)
+    : config_(std::move(config)),
+      uri_(std::move(uri)),
+      jobId_(NextJobId()),
+      tag_("[diskcache][jobid" + std::to_string(jobId_) + "_SegmentDownloadExecutor]") {}
+
+SegmentDownloadExecutor::~SegmentDownloadExecutor() {
+  StopReading();
+  DL_LOGD << tag_ << "destruct";
+}
+
+DLResultCode SegmentDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
+  const std::shared_ptr<URI>& request = uri ? uri : uri_;
+  fileName_ = request ? storage::CacheWriter::CacheFilePath(*request) : std::string();
+  DL_LOGD << tag_ << "open,file:" << fileName_ << ",is_async:" << 0;
+  int64_t openTimeoutMs = ReadConfigInt(config_, kDownloaderConfigGroup, "segment_open_timeout", 0);
+  int64_t rangeStart = request ? ReadParamInt64(request->GetParams(), "range_start", 0) : 0;
+  bool honourRange = ReadConfigBool(config_, kDownloaderConfigGroup, "enable_cache_filter_range_start", false);
+  int64_t startOffset = honourRange && rangeStart >= 1 ? rangeStart : 0;
+  if (fileName_.empty()) {
+    OnSegmentError(storage::SegmentReadSide::kNotStoredSubCode);
+  } else {
+    StartReading(startOffset);
+  }
+  Wait(openTimeoutMs);
+  DL_LOGD << tag_ << "open,finish wait";
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (startOffset > 0) {
+    DL_LOGD << tag_ << "open,seek,result:" << !errorSeen_ << ",file_size:" << fileSize_;
+  }
+  DLResultCode result = OpenResultLocked();
+  DL_LOGD << tag_ << "open,result:" << result.code;
+  return result;
+}
+
+DLResultCode SegmentDownloadExecutor::OpenResultLocked() const {
+  if (fileSize_ > 0 && !StartFailedLocked()) return DLResultCode(kDLSuccess, 0);
+  return DLResultCode(kDLFailure, errorSeen_ ? errorSubCode_ : storage::SegmentReadSide::kNotStoredSubCode);
+}
+
+bool SegmentDownloadExecutor::StartFailedLocked() const {
+  // The reading side delivers the first block before its thread can meet a
+  // gap, so an error with nothing received is the start's own.
+  return errorSeen_ && received_ == 0;
+}
+
+DLResultCode SegmentDownloadExecutor::OpenAsync(const std::shared_ptr<URI>& /*uri*/) {
+  return DLResultCode(kDLFailure, 0);
+}
+
+DLResultCode SegmentDownloadExecutor::WaitOpenResult() { return DLResultCode(kDLFailure, 0); }
+
+void SegmentDownloadExecutor::Wait(int64_t waitMs) {
+  if (waitMs > 0) {
+    DL_LOGD << tag_ << "start wait:" << waitMs;
+  }
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+  std::unique_lock<std::mutex> lock(mutex_);
+  auto settled = [this] { return fileSize_ > 0 || errorSeen_ || closed_; };
+  while (!settled() && std::chrono::steady_clock::now() < deadline) {
+    if (!changed_.wait_until(lock, std::min(deadline, std::chrono::steady_clock::now() + kWaitStep), settled)) {
+      DL_LOGD << tag_ << "wait once finish,false";
+    }
+  }
+}
+
+void SegmentDownloadExecutor::StartReading(int64_t offset) {
+  StopReading();
+  queue_.Reset();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    startOffset_ = offset;
+    readOffset_ = offset;
+    received_ = 0;
+    errorSeen_ = false;
+    errorSubCode_ = 0;
+  }
+  readSide_.reset(new storage::SegmentReadSide(fileName_, jobId_, this));
+  readSide_->Start(offset);
+}
+
+void SegmentDownloadExecutor::StopReading() {
+  if (readSide_) readSide_->Stop();
+  readSide_.reset();
+}
+
+DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
+  DLReadResult result;
+  int64_t waitMs = ReadConfigInt(config_, kDownloaderConfigGroup, "segment_control_timeout", 0);
+  if (waitMs <= 0) waitMs = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+  std::unique_lock<std::mutex> lock(mutex_);
+  DL_LOGT << tag_ << "read,offset:" << readOffset_;
+  while (true) {
+    if (closed_ || fileSize_ <= 0) {
+      result.Set(kDLFailure, 0, OpenResultLocked().subCode);
+      return result;
+    }
+    if (readOffset_ >= fileSize_) {
+      DL_LOGT << tag_ << "read,invalid offset";
+      result.Set(kDLEndOfData, 0, 0);
+      return result;
+    }
+    result = queue_.ReadData(packet.GetBuffer(), packet.GetSize());
+    if (result.bytes > 0) {
+      readOffset_ += static_cast<int64_t>(result.bytes);
+      lock.unlock();
+      if (readSide_) readSide_->Consumed(result.bytes);
+      DL_LOGT << tag_ << "read,queue read size:" << result.bytes;
+      return result;
+    }
+    if (errorSeen_) {
+      DL_LOGD << tag_ << "read,empty with error";
+      result.Set(kDLFailure, 0, errorSubCode_);
+      return result;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      DL_LOGD << tag_ << "read,empty with timeout";
+      result.Set(kDLSuccess, 0, 0);
+      return result;
+    }
+    changed_.wait_until(lock, std::min(deadline, std::chrono::steady_clock::now() + kWaitStep));
+  }
+}
+
+DLResultCode SegmentDownloadExecutor::Seek(int64_t offset) {
+  DL_LOGD << tag_ << "seek to " << offset;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_ || fileSize_ <= 0 || offset < 0) return DLResultCode(kDLFailure, OpenResultLocked().subCode);
+  }
+  StartReading(offset);
+  std::lock_guard<std::mutex> lock(mutex_);
+  return StartFailedLocked() ? DLResultCode(kDLFailure, errorSubCode_) : DLResultCode(kDLSuccess, 0);
+}
+
+int64_t SegmentDownloadExecutor::GetFileSize() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return fileSize_;
+}
+
+DLResultCode SegmentDownloadExecutor::Close() {
+  DL_LOGD << tag_ << "handle close";
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    closed_ = true;
+  }
+  changed_.notify_all();
+  StopReading();
+  return DLResultCode(kDLSuccess, 0);
+}
+
+void SegmentDownloadExecutor::SetHint(const std::string& /*hint*/) {}
+
+std::string SegmentDownloadExecutor::GetInfo(const std::string& key) {
+  if (key == "is_loaded_from_cache") return "1";
+  if (key == "memory_usage") return std::to_string(queue_.GetTotalBytes());
+  if (key == "executor_name") return "segment_download_filter";
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (key == "downloaded_size") return std::to_string(received_);
+  return std::string();
+}
+
+void SegmentDownloadExecutor::OnOpen(int64_t fileSize) {
+  DL_LOGD << tag_ << "onOpen,file_size:" << fileSize;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    fileSize_ = fileSize;
+  }
+  changed_.notify_all();
+}
+
+void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, const uint8_t* bytes, uint64_t size) {
+  // Copied before the lock, so that a reading stream never waits for it.
+  std::shared_ptr<BufferChunk> chunk = BufferChunk::AllocBufferChunk(bytes, size);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) {
+      DL_LOGD << tag_ << "onsegmentbyte,closed";
+      return;
+    }
+    DL_LOGT << tag_ << "onsegmentbyte,current offset:" << startOffset_ << ",current size:" << received_
+            << ",offset:" << offset << ",size:" << size;
+    if (offset != startOffset_ + static_cast<int64_t>(received_) || size == 0 || !chunk) {
+      DL_LOGD << tag_ << "onsegmentbyte,invalid offset,size:" << size;
+      return;
+    }
+    queue_.AppendData(std::move(chunk));
+    received_ += size;
+    DL_LOGT << tag_ << "onsegmentbyte,append";
+  }
+  changed_.notify_all();
+}
+
+void SegmentDownloadExecutor::OnSegmentError(int64_t subCode) {
+  DL_LOGD << tag_ << "onError,sub_code:" << subCode;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    errorSeen_ = true;
+    errorSubCode_ = subCode;
+  }
+  changed_.notify_all();
+}
+
+}  // namespace downloader

@@ -1,0 +1,612 @@
+#include <downloader/Filter/WispDownloadExecutor.h>
+
+#include <algorithm>
+#include <random>
+#include <utility>
+
+#include <downloader/Filter/SubCode.h>
+#include <downloader/Pipe/ConfigReader.h>
+#include <wisp/http/Metrics.h>
+#include <wisp/http/WispClient.h>
+
+#include "Base/Sha256.h"
+#include "Filter/HttpErrorCode.h"
+#include "Filter/WispBufferQueue.h"
+#include "Filter/WispLastReports.h"
+#include "Filter/WispRequestBuilder.h"
+#include "Filter/WispTotals.h"
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace {
+
+// Waiters poll in steps of this length, so a lost wake-up costs at most one step.
+constexpr std::chrono::milliseconds kWaitStep{100};
+constexpr int64_t kNoDetail = -1;
+constexpr char kInterruptedText[] = "WispDownloadFilter,interrupted";
+constexpr char kReportCategory[] = "downloader";
+// Hash checking is on for a request when a draw in [0, kHashDrawMax] is below "hash_check_sample".
+constexpr int kHashDrawMax = 100;
+
+int64_t MicrosToMillis(int64_t micros) {
+  return micros == wisp::http::TimingInfo::kNotReached ? -1 : micros / 1000;
+}
+
+std::string JoinAddresses(const std::vector<std::string>& addresses) {
+  std::string joined;
+  for (const std::string& address : addresses) {
+    if (!joined.empty()) joined.push_back(',');
+    joined += address;
+  }
+  return joined;
+}
+
+bool IsPlaylistUrl(const std::string& url) {
+  const std::string suffix = ".m3u8";
+  const bool endsInM3u8 = url.size() >= suffix.size() && url.compare(url.size() - suffix.size(), suffix.size(), suffix) == 0;
+  return endsInM3u8 || url.find("/playlist/m3u8") != std::string::npos;
+}
+
+}  // namespace
+
+WispDownloadExecutor::WispDownloadExecutor(std::shared_ptr<protocols::IConfigure> config,
+                                           std::shared_ptr<protocols::IReporter> reporter, std::shared_ptr<URI> uri)
+    : config_(std::move(config)), reporter_(std::move(reporter)), uri_(std::move(uri)) {}
+
+WispDownloadExecutor::~WispDownloadExecutor() = default;
+
+// --- Opening ---------------------------------------------------------------
+
+DLResultCode WispDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
+  DLResultCode started = OpenAsync(uri);
+  if (!started.IsSuccess()) return started;
+  return WaitOpenResult();
+}
+
+DLResultCode WispDownloadExecutor::OpenAsync(const std::shared_ptr<URI>& uri) {
+  if (uri == nullptr) return DLResultCode(kDLFailure, kNoDetail);
+  EndCurrentRequest();
+  ReadSettings(uri);
+  return StartRequest(WispRequestBuilder::kNoSeek);
+}
+
+DLResultCode WispDownloadExecutor::WaitOpenResult() {
+  WaitOutcome outcome = WaitForResponse();
+  DLResultCode result = OpenOutcome(outcome);
+  if (outcome == WaitOutcome::kFailed) {
+    if (result.subCode == HttpErrorCode::kTimeout) {
+      DL_LOGW << "[KeyFlow][" << logTag_ << "]  WISPDownloadExecutor open timeout";
+    }
+    DL_LOGW << logTag_ << "] WISPDownloadExecutor open error, errorCode:" << result.subCode << "("
+            << SubCodeTag(result.subCode) << ")";
+  }
+  return result;
+}
+
+void WispDownloadExecutor::ReadSettings(const std::shared_ptr<URI>& uri) {
+  uri_ = uri;
+  const StreamParams& params = uri->GetParams();
+  playerId_ = ReadParamInt(params, "player_id", -1);
+  index_ = ReadParamInt(params, "slice_index", 0);
+  logTag_ = "wispdownload_index:" + std::to_string(index_ + 1) + "[playerid:" + std::to_string(playerId_) + "]";
+  readTimeoutMs_ = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
+  fastRead_ = ReadConfigInt(config_, kDownloaderConfigGroup, "fast_read_duration", 0) > 0;
+  reportLast_ = ReadConfigBool(config_, kHttpDownloaderKitGroup, "report_last", true);
+  enableFill_ = ReadConfigBool(config_, kHttpDownloaderKitGroup, "enable_fill", true);
+  preload_ = ReadParamBool(params, "preload", false);
+  openBufferMs_ = ReadParamInt64(params, "buffer_duration", -1);
+
+  const int32_t sample = ReadConfigInt(config_, kDownloaderConfigGroup, "hash_check_sample", 0);
+  std::random_device device;
+  std::mt19937 generator(device());
+  const int draw = std::uniform_int_distribution<int>(0, kHashDrawMax)(generator);
+  hashCheck_ = draw < sample;
+  DL_LOGD << logTag_ << "] random:" << draw << ", sample:" << sample;
+
+  if (IsPlaylistUrl(uri->GetStringRep())) {
+    DL_LOGI << logTag_ << "wispDownload m3u8 File";
+  }
+  if (uri->ContainsParamKey("track_info")) {
+    DL_LOGD << logTag_ << "track_info:" << params.at("track_info");
+  }
+
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (playerBufferMs_ < 0) playerBufferMs_ = openBufferMs_;
+}
+
+DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset) {
+  std::shared_ptr<WispDownloadExecutor> self = weak_from_this().lock();
+  if (self == nullptr) {
+    DL_LOGE << logTag_ << "the executor must live in a shared pointer";
+    return DLResultCode(kDLFailure, kNoDetail);
+  }
+  int64_t playerBufferMs = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return InterruptedResult();
+    playerBufferMs = playerBufferMs_;
+  }
+  WispRequest request = WispRequestBuilder(config_, uri_, logTag_).Build(seekOffset, playerBufferMs);
+  std::shared_ptr<wisp::http::IRequestCall> call =
+      wisp::http::WispClient::Default()->CreateRequestCaller(wisp::http::RequestType::kGet, request.options);
+  auto queue = std::make_shared<BufferQueue>();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return InterruptedResult();
+    call_ = call;
+    response_.reset();
+    error_ = wisp::http::Error();
+    queue_ = queue;
+    requestUrl_ = request.url;
+    requestStart_ = request.rangeStart;
+    offset_ = request.rangeStart;
+    receivedBytes_ = 0;
+    requestStartTime_ = Clock::now();
+    responseTime_ = Clock::time_point();
+    lastByteTime_ = Clock::time_point();
+    ready_ = false;
+    speedUp_ = request.speedUp;
+    if (hashCheck_) {
+      hash_ = std::make_unique<Sha256>();
+      hash_->Update(request.url);
+      hash_->Update(std::to_string(request.rangeStart));
+    }
+  }
+  {
+    std::lock_guard<std::mutex> flow(flowMutex_);
+    paused_ = false;
+  }
+  DL_LOGI << logTag_ << "] WISPDownloadExecutor start, url:" << request.url << " request_id:" << call->RequestId()
+          << " this:" << this;
+  if (!call->Start(self)) {
+    wisp::http::Error refused;
+    refused.kind = wisp::http::ErrorKind::kInternal;
+    refused.message = "the call did not start";
+    OnError(call.get(), refused);
+  }
+  return DLResultCode(kDLSuccess, 0);
+}
+
+void WispDownloadExecutor::EndCurrentRequest() {
+  std::shared_ptr<wisp::http::IRequestCall> call;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    call = call_;
+  }
+  if (call == nullptr) return;
+  // Outside the lock: Cancel waits for a running callback, which takes it.
+  call->Cancel();
+  RefreshRecord();
+  HashDump();
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (call_ == call) call_.reset();
+}
+
+WispDownloadExecutor::WaitOutcome WispDownloadExecutor::WaitForResponse() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    if (closed_) return WaitOutcome::kInterrupted;
+    if (response_ != nullptr) return WaitOutcome::kResponded;
+    if (error_.IsError()) return WaitOutcome::kFailed;
+    if (call_ == nullptr) return WaitOutcome::kInterrupted;  // nothing was started
+    cv_.wait_for(lock, kWaitStep);
+  }
+}
+
+DLResultCode WispDownloadExecutor::OpenOutcome(WaitOutcome outcome) {
+  switch (outcome) {
+    case WaitOutcome::kResponded:
+      return DLResultCode(kDLSuccess, 0);
+    case WaitOutcome::kInterrupted:
+      return InterruptedResult();
+    case WaitOutcome::kFailed:
+      break;
+  }
+  std::lock_guard<std::mutex> lock(mutex_);
+  const int64_t subCode = HttpErrorCode::FromError(error_);
+  if (subCode == HttpErrorCode::kTimeout) timedOut_ = true;
+  return DLResultCode(kDLFailure, subCode);
+}
+
+DLResultCode WispDownloadExecutor::InterruptedResult() {
+  DL_LOGI << logTag_ << kInterruptedText;
+  DLResultCode result(kDLFailure, kNoDetail);
+  result.details["reason"] = kInterruptedText;
+  return result;
+}
+
+// --- Reading ---------------------------------------------------------------
+
+DLReadResult WispDownloadExecutor::Read(Packet& packet) {
+  DLReadResult result;
+  if (packet.GetSize() == 0 || packet.GetBuffer() == nullptr) return result;
+  const Clock::time_point begin = Clock::now();
+  const auto readTimeout = std::chrono::milliseconds(readTimeoutMs_);
+  for (;;) {
+    std::shared_ptr<BufferQueue> queue;
+    uint64_t seen = 0;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (closed_) {
+        static_cast<DLResultCode&>(result) = InterruptedResult();
+        return result;
+      }
+      queue = queue_;
+      seen = arrivals_;
+    }
+    if (queue == nullptr) {
+      DL_LOGW << logTag_ << "error! cur_queue is null";
+      return result;
+    }
+    const size_t count = queue->Read(packet.GetBuffer(), static_cast<size_t>(packet.GetSize()));
+    if (count > 0) {
+      readBytes_ += count;
+      ResumeIfDrained(queue);
+      DL_LOGT << logTag_ << "read:" << count;
+      result.Set(kDLSuccess, count, 0);
+      return result;
+    }
+    if (queue->Drained()) return EndOfDataResult();
+    if (fastRead_) return result;
+    const auto elapsed = Clock::now() - begin;
+    if (elapsed >= readTimeout) {
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        timedOut_ = true;
+      }
+      DL_LOGW << logTag_ << "error?? read timed out after " << readTimeoutMs_ << " ms, read size:" << readBytes_;
+      result.Set(kDLFailure, 0, HttpErrorCode::kTimeout);
+      return result;
+    }
+    const auto step = std::min<Clock::duration>(kWaitStep, readTimeout - elapsed);
+    std::unique_lock<std::mutex> lock(mutex_);
+    cv_.wait_for(lock, step, [&] { return closed_ || arrivals_ != seen; });
+  }
+}
+
+DLReadResult WispDownloadExecutor::EndOfDataResult() {
+  DLReadResult result;
+  int64_t subCode = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    subCode = HttpErrorCode::FromError(error_);
+  }
+  if (subCode != 0) {
+    DL_LOGW << "[KeyFlow][" << logTag_ << "] period WispDownloadExecutor error, errorCode:" << subCode << "("
+            << SubCodeTag(subCode) << ")";
+    result.Set(kDLFailure, 0, subCode);
+  } else {
+    DL_LOGD << logTag_ << "WispDownloadExecutor read eof, current read size =" << readBytes_;
+    result.Set(kDLEndOfData, 0, 0);
+  }
+  return result;
+}
+
+void WispDownloadExecutor::ResumeIfDrained(const std::shared_ptr<BufferQueue>& queue) {
+  if (!paused_ || queue->QueuedBytes() >= kQueueResumeBytes) return;
+  std::shared_ptr<wisp::http::IRequestCall> call;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (queue != queue_) return;
+    call = call_;
+  }
+  if (call == nullptr) return;
+  // Pause and Resume only post to the network thread; they never wait for a
+  // callback, so the flow lock may be held across them.
+  std::lock_guard<std::mutex> flow(flowMutex_);
+  const uint64_t queued = queue->QueuedBytes();
+  if (!paused_ || queued >= kQueueResumeBytes) return;
+  paused_ = false;
+  call->Resume();
+  DL_LOGD << logTag_ << "receiving resumed, queued:" << queued;
+}
+
+void WispDownloadExecutor::PauseIfFull(wisp::http::IRequestCall* call, const std::shared_ptr<BufferQueue>& queue) {
+  if (paused_ || queue->QueuedBytes() <= kQueuePauseBytes) return;
+  std::lock_guard<std::mutex> flow(flowMutex_);
+  const uint64_t queued = queue->QueuedBytes();
+  if (paused_ || queued <= kQueuePauseBytes) return;
+  paused_ = true;
+  call->Pause();
+  DL_LOGD << logTag_ << "receiving paused, queued:" << queued;
+}
+
+// --- Seek and Close --------------------------------------------------------
+
+DLResultCode WispDownloadExecutor::Seek(int64_t offset) {
+  DL_LOGI << logTag_ << "] WispDownloadExecutor seek to offset:" << offset << " this:" << this;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return InterruptedResult();
+    if (!everResponded_) {
+      const int64_t subCode = HttpErrorCode::FromError(error_);
+      return DLResultCode(kDLFailure, subCode != 0 ? subCode : kNoDetail);
+    }
+  }
+  if (offset < 0) return DLResultCode(kDLFailure, kNoDetail);
+  EndCurrentRequest();
+  DLResultCode result = StartRequest(offset);
+  if (result.IsSuccess()) result = OpenOutcome(WaitForResponse());
+  if (result.IsSuccess()) {
+    DL_LOGI << logTag_ << "] success";
+  } else {
+    DL_LOGW << logTag_ << "] error";
+    DL_LOGW << "[KeyFlow][" << logTag_ << "] WispDownloadExecutor seek error errorCode:" << result.subCode << "("
+            << SubCodeTag(result.subCode) << ")";
+  }
+  return result;
+}
+
+DLResultCode WispDownloadExecutor::Close() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return DLResultCode(kDLSuccess, 0);
+    closed_ = true;
+  }
+  cv_.notify_all();
+  EndCurrentRequest();
+  RequestRecord record;
+  int64_t totalSize = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    queue_.reset();
+    record = record_;
+    totalSize = totalSize_;
+  }
+  DL_LOGI << logTag_ << "] WispDownloadExecutor close readsize:" << readBytes_ << " totalsize:" << totalSize
+          << " this:" << this << " cdnIp:" << record["cdnIp"] << " download_speed:" << record["speed"];
+  const int64_t speed = ParseInt64(record["speed"]);
+  if (speed > 0) WispTotals::SetLastDownloadSpeed(speed);
+  ReportLastInfo();
+  return DLResultCode(kDLSuccess, 0);
+}
+
+// --- Simple queries --------------------------------------------------------
+
+int64_t WispDownloadExecutor::GetFileSize() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return totalSize_;
+}
+
+bool WispDownloadExecutor::IsReady() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return ready_;
+}
+
+void WispDownloadExecutor::SetHint(const std::string& hint) {
+  if (hint != "pcdn_not_respond") return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  pcdnNotRespond_ = true;
+}
+
+std::string WispDownloadExecutor::GetName() { return "WISP"; }
+
+int32_t WispDownloadExecutor::GetExecutorType() { return 4; }
+
+void WispDownloadExecutor::SetPlayerBufferDuration(int64_t milliseconds) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  playerBufferMs_ = milliseconds;
+}
+
+void WispDownloadExecutor::GetExtraChannelInfo(std::map<std::string, std::string>* info) {
+  DL_LOGI << logTag_ << "Enter downloader, Get ExtraChannel INFO";
+  (*info)["channelType"] = ReadParamString(uri_->GetParams(), "channelType", "0");
+  (*info)["extChannelVol"] = "0";
+  DL_LOGI << logTag_ << "Get ExtraChannel INFO:channelType=" << (*info)["channelType"]
+          << ",extChannelVol=" << (*info)["extChannelVol"];
+}
+
+// --- Network callbacks -----------------------------------------------------
+
+void WispDownloadExecutor::OnResponse(wisp::http::IRequestCall* call, std::shared_ptr<wisp::http::Response> response) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!IsCurrent(call)) return;
+    response_ = response;
+    responseTime_ = Clock::now();
+    everResponded_ = true;
+    ready_ = true;
+    if (response->FileSize() > 0) totalSize_ = response->FileSize();
+    ++arrivals_;
+  }
+  DL_LOGI << logTag_ << " OnResponse " << response->Status() << " this:" << this
+          << " request_id:" << call->RequestId() << " size:" << response->FileSize();
+  cv_.notify_all();
+}
+
+void WispDownloadExecutor::OnBytes(wisp::http::IRequestCall* call, const uint8_t* data, size_t length) {
+  std::shared_ptr<BufferQueue> queue;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!IsCurrent(call) || queue_ == nullptr) {
+      DL_LOGD << logTag_ << "error! cur_queue is null";
+      return;
+    }
+    queue = queue_;
+    receivedBytes_ += length;
+    totalReceived_ += length;
+    offset_ += static_cast<int64_t>(length);
+    lastByteTime_ = Clock::now();
+    if (hash_ != nullptr) hash_->Update(data, length);
+  }
+  queue->Write(data, length);
+  WispTotals::AddCdnBytes(length);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++arrivals_;
+  }
+  cv_.notify_all();
+  PauseIfFull(call, queue);
+}
+
+void WispDownloadExecutor::OnError(wisp::http::IRequestCall* call, const wisp::http::Error& error) {
+  DL_LOGW << logTag_ << " OnError " << "] request_id:" << call->RequestId() << ", error:" << error.String()
+          << " this:" << this;
+  std::shared_ptr<BufferQueue> queue;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!IsCurrent(call)) return;
+    error_ = error;
+    queue = queue_;
+  }
+  DL_LOGW << "[KeyFlow][" << logTag_ << "] WISPDownloadExecutor OnError errorIs:" << error.String();
+  if (queue == nullptr) {
+    DL_LOGW << logTag_ << "] error! cur_queue is null";
+  } else {
+    EndQueue(queue);
+  }
+}
+
+void WispDownloadExecutor::OnComplete(wisp::http::IRequestCall* call) {
+  std::shared_ptr<BufferQueue> queue;
+  uint64_t receivedBytes = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!IsCurrent(call)) return;
+    queue = queue_;
+    receivedBytes = receivedBytes_;
+  }
+  DL_LOGI << logTag_ << "] WISPDownloadExecutor Complete size:" << receivedBytes;
+  if (queue != nullptr) EndQueue(queue);
+}
+
+void WispDownloadExecutor::EndQueue(const std::shared_ptr<BufferQueue>& queue) {
+  queue->Write(nullptr, 0);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++arrivals_;
+  }
+  cv_.notify_all();
+}
+
+void WispDownloadExecutor::OnStatusPhase(wisp::http::IRequestCall* call, wisp::http::StatusPhase phase,
+                                         int64_t value) {
+  DL_LOGD << logTag_ << " OnStatusPhase " << static_cast<int32_t>(phase) << " value:" << value
+          << " request_id:" << call->RequestId() << " trace:" << ReadParamString(uri_->GetParams(), "traceUrl", "");
+}
+
+// --- Statistics ------------------------------------------------------------
+
+void WispDownloadExecutor::RefreshRecord() {
+  std::shared_ptr<wisp::http::IRequestCall> call;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    call = call_;
+  }
+  if (call == nullptr) return;  // the last request's record stands
+  const wisp::http::MetricsInfo metrics = call->GetMetrics();
+
+  std::lock_guard<std::mutex> lock(mutex_);
+  RequestRecord record;
+  record["effectiveUrl"] = response_ != nullptr ? response_->EffectiveUrl() : requestUrl_;
+  record["header"] = response_ != nullptr ? response_->GetHeaders().ToString() : std::string();
+  record["cdnIp"] = response_ != nullptr ? response_->ServerAddress() : metrics.serverAddress;
+  record["speed"] = std::to_string(CurrentSpeedLocked());
+  record["httpCode"] = std::to_string(response_ != nullptr ? response_->Status() : error_.status);
+  record["downloadSize"] = std::to_string(receivedBytes_);
+  record["firstBTime"] = std::to_string(MicrosToMillis(metrics.timing.firstByteUs));
+  record["dnsType"] = metrics.connectionReused ? "reused"
+                      : metrics.timing.dnsUs == wisp::http::TimingInfo::kNotReached ? "none"
+                                                                                     : "system";
+  record["connectTime"] = std::to_string(MicrosToMillis(metrics.timing.connectUs));
+  record["hostIpList"] = JoinAddresses(metrics.resolvedAddresses);
+  const int64_t downloadTimeMs =
+      metrics.timing.totalUs != wisp::http::TimingInfo::kNotReached
+          ? MicrosToMillis(metrics.timing.totalUs)
+          : std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - requestStartTime_).count();
+  record["downloadTime"] = std::to_string(downloadTimeMs);
+  record["extChannelVol"] = "0";
+  record["speedUp"] = speedUp_ ? "1" : "0";
+  record["pcdnNotRespond"] = pcdnNotRespond_ ? "1" : "0";
+  record_ = std::move(record);
+}
+
+int64_t WispDownloadExecutor::CurrentSpeedLocked() const {
+  if (receivedBytes_ == 0 || responseTime_ == Clock::time_point()) return 0;
+  const int64_t micros =
+      std::max<int64_t>(1, std::chrono::duration_cast<std::chrono::microseconds>(lastByteTime_ - responseTime_).count());
+  return static_cast<int64_t>(static_cast<double>(receivedBytes_) * 1e6 / static_cast<double>(micros));
+}
+
+std::string WispDownloadExecutor::GetInfo(const std::string& key) {
+  if (key == "player_event") return PlayerEventText();
+  const bool fromRecord = key == "download_time" || key == "download_size" || key == "effective_url" || key == "cdn_ip";
+  if (fromRecord) RefreshRecord();
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (key == "download_time") return record_["downloadTime"];
+  if (key == "download_size") return record_["downloadSize"];
+  if (key == "effective_url") return record_["effectiveUrl"];
+  if (key == "cdn_ip") return record_["cdnIp"];
+  if (key == "downloaded_size") return std::to_string(totalReceived_);
+  if (key == "is_loaded_from_cache") return "6";
+  if (key == "executor_name") return "wisp_download_filter";
+  if (key == "channel_type") return ReadParamString(uri_->GetParams(), "channelType", "0");
+  if (key == "is_timeout") return timedOut_ ? "1" : "0";
+  if (key == "download_speed") {
+    const int64_t speed = CurrentSpeedLocked();
+    DL_LOGD << logTag_ << "speed:" << speed;
+    return std::to_string(speed);
+  }
+  if (key == "memory_usage") {
+    const uint64_t held = queue_ != nullptr ? queue_->HeldBytes() : 0;
+    DL_LOGD << logTag_ << "memory usage:" << held;
+    return std::to_string(held);
+  }
+  return std::string();
+}
+
+std::string WispDownloadExecutor::PlayerEventText() {
+  if (!enableFill_) return std::string();
+  RefreshRecord();
+  const StreamParams& params = uri_->GetParams();
+  std::string text = "@BizType>wisp";
+  auto add = [&text](const char* name, const std::string& value) { text += std::string("^") + name + ">" + value; };
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (uri_->ContainsParamKey("job_type")) add("job_type", params.at("job_type"));
+  add("open_buffer", std::to_string(openBufferMs_));
+  if (uri_->ContainsParamKey("channelType")) add("channelType", params.at("channelType"));
+  auto volume = record_.find("extChannelVol");
+  add("extChannelVol", volume != record_.end() ? volume->second : "0");
+  add("cur_buffer", std::to_string(playerBufferMs_));
+  add("bitRate", std::to_string(ReadParamInt64(params, "bit_rate", 0)));
+  return text;
+}
+
+void WispDownloadExecutor::HashDump() {
+  std::string digest;
+  int64_t start = 0;
+  int64_t end = 0;
+  uint64_t total = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (hash_ == nullptr) return;
+    digest = hash_->FinalHex();
+    hash_.reset();
+    start = requestStart_;
+    end = offset_;
+    total = receivedBytes_;
+  }
+  DL_LOGI << logTag_ << "] hash result:" << digest << ", start offset:" << start << ", end offset:" << end
+          << ", total:" << total;
+}
+
+void WispDownloadExecutor::ReportLastInfo() {
+  if (!reportLast_ || preload_) return;
+  RequestRecord record;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record = record_;
+  }
+  if (record.empty()) return;  // no request was made
+  DL_LOGI << logTag_ << "ReportLastInfo report start  ";
+  const std::vector<RequestRecord> kept = WispLastReports::Keep(playerId_, record);
+  if (reporter_ == nullptr) {
+    DL_LOGW << logTag_ << "wisp ReportLast3TimesRecords mReporter is null";
+    return;
+  }
+  reporter_->Report(kReportCategory, "wispLastReports", WispLastReports::ToText(kept));
+  DL_LOGI << logTag_ << "wisp ReportLast3TimesRecords report " << kept.size();
+  reporter_->Report(kReportCategory, "lastSpeedInfo", WispLastReports::ToText({{{"speed", record["speed"]}}}));
+}
+
+}  // namespace downloader

@@ -1,0 +1,36 @@
+#include <downloader/Filter/WispDownloadFilter.h>
+
+#include <downloader/Filter/LocalFileFilter.h>
+#include <downloader/Filter/WispDownloadExecutor.h>
+#include <downloader/Pipe/ConfigReader.h>
+
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace {
+
+// The host keeps this resource in its cache only; it is never fetched.
+constexpr int32_t kCacheOnlyType = 1;
+
+}  // namespace
+
+WispDownloadFilter::WispDownloadFilter() = default;
+
+WispDownloadFilter::~WispDownloadFilter() = default;
+
+DLResultCode WispDownloadFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
+                                               const std::shared_ptr<IStream>& /*context*/) {
+  if (uri == nullptr || uri->GetStringRep().find(LocalFileFilter::kLocalUrlPrefix) != std::string::npos) {
+    return DLResultCode(kDLFailure, kRefusedSubCode);
+  }
+  const int32_t cacheType = ReadParamInt(uri->GetParams(), "cache_type", -1);
+  DL_LOGD << "cache_type:" << cacheType;
+  if (cacheType == kCacheOnlyType) return DLResultCode(kDLFailure, kRefusedSubCode);
+  return DLResultCode(kDLSuccess, 0);
+}
+
+std::shared_ptr<IDownloadExecutor> WispDownloadFilter::AcquireExecutor(const std::shared_ptr<URI>& uri) {
+  return std::make_shared<WispDownloadExecutor>(config_, reporter_, uri);
+}
+
+}  // namespace downloader

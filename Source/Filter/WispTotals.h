@@ -1,0 +1,28 @@
+// Process-wide figures of the HTTP level that outlive its executors: the
+// bytes fetched from the CDN (the download manager's parameter 4009) and the
+// speed of the last request that ended (the base of the next request's speed
+// limit).
+//
+// Lock-free; any thread.
+#ifndef DOWNLOADER_FILTER_WISPTOTALS_H_
+#define DOWNLOADER_FILTER_WISPTOTALS_H_
+
+#include <cstdint>
+
+namespace downloader {
+
+class WispTotals {
+ public:
+  WispTotals() = delete;
+
+  static void AddCdnBytes(uint64_t bytes);
+  static uint64_t CdnBytes();
+
+  // Bytes per second; 0 before any request ended with data.
+  static void SetLastDownloadSpeed(int64_t bytesPerSecond);
+  static int64_t LastDownloadSpeed();
+};
+
+}  // namespace downloader
+
+#endif  // DOWNLOADER_FILTER_WISPTOTALS_H_

@@ -1,0 +1,72 @@
+#include "Impls/DownloadLevels.h"
+
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace {
+
+constexpr char kLocalUrl[] = "http://local.url";
+constexpr char kAdPath[] = "/ad/";
+constexpr char kAdCode[] = "ccode=0902";
+
+bool IsAdvertisement(const std::string& url) {
+  size_t adPath = url.find(kAdPath);
+  return adPath != std::string::npos && url.find(kAdCode, adPath) != std::string::npos;
+}
+
+uint32_t LowestBit(uint32_t mask) { return mask & (~mask + 1); }
+
+}  // namespace
+
+uint32_t DownloadLevels::RequiredMask(const ConfigPtr& config, const StreamParams& params, const std::string& url) {
+  uint32_t mask = kDefaultMask;
+  if (config) {
+    mask = static_cast<uint32_t>(ReadConfigInt(config, kDownloaderConfigGroup, "download_level", kDefaultMask));
+    DL_LOGD << "GetRequireLevel config:" << mask;
+  }
+  if (params.count("download_level") != 0) {
+    mask = static_cast<uint32_t>(ReadParamInt(params, "download_level", static_cast<int32_t>(mask)));
+    DL_LOGD << "GetRequireLevel uri:" << mask;
+  }
+  int32_t cacheType = ReadParamInt(params, "cache_type", -1);
+  if (cacheType > 0) {
+    mask |= kDLLevelPcdn;
+    DL_LOGD << "GetRequireLevel cachetype:" << cacheType << ", mask:" << mask;
+  }
+  bool hasPlaylist = params.count("m3u8_url") != 0;
+  bool isLive = ReadParamBool(params, "is_live", false);
+  bool isLocal = url.find(kLocalUrl) != std::string::npos;
+  bool isAd = IsAdvertisement(url);
+  bool pcdnOnly = ReadConfigBool(config, kDownloaderConfigGroup, "use_pcdn_ng_disable_downgrade", false);
+  DL_LOGD << "GetRequireLevel m3u8_url:" << hasPlaylist << ", is_live:" << isLive << ", local:" << isLocal
+          << ", ad:" << isAd << ", pcdn only:" << pcdnOnly;
+  if (pcdnOnly && !isLive && !isLocal && !isAd) return kPcdnOnly;
+  return mask | kAlwaysAvailable;
+}
+
+DLDownloadLevel DownloadLevels::Next(DLDownloadLevel current, uint32_t mask, bool forbidDowngrade,
+                                     bool* forbiddenHit) {
+  uint32_t next = kDLLevelPcdn;
+  if (current != kDLLevelCache) {
+    next = static_cast<uint32_t>(current);
+    do {
+      next <<= 1;
+    } while (mask != 0 && (next & mask) == 0 && next < mask);
+    if (next > mask) {
+      if (forbidDowngrade) {
+        *forbiddenHit = true;
+        next = static_cast<uint32_t>(current);
+      } else {
+        next = LowestBit(mask);
+      }
+    }
+  }
+  DL_LOGD << "] next level:" << next << ", available level:" << mask << ", current level:" << current;
+  return static_cast<DLDownloadLevel>(next);
+}
+
+bool DownloadLevels::FilterServes(DLDownloadLevel filterLevel, DLDownloadLevel wanted) {
+  return (static_cast<uint32_t>(wanted) & static_cast<uint32_t>(filterLevel)) == static_cast<uint32_t>(wanted);
+}
+
+}  // namespace downloader

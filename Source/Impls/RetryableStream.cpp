@@ -1,0 +1,648 @@
+#include "Impls/RetryableStream.h"
+
+#include <algorithm>
+#include <limits>
+#include <set>
+#include <utility>
+
+#include <downloader/Base/URIBuilder.h>
+#include <downloader/Base/URIIdentifier.h>
+#include <downloader/Pipe/DownloadPipeline.h>
+#include <downloader/Pipe/ITunnel.h>
+#include <downloader/Storage/CacheWriter.h>
+#include <downloader/Strategy/DrainCalculatorFactory.h>
+
+#include "Impls/DownloadLevels.h"
+#include "Storage/SegmentCachePolicy.h"
+#include "Storage/SegmentFileWriter.h"
+#include "Storage/SegmentFileWriterDispatch.h"
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace {
+
+constexpr int64_t kDefaultReadTimeoutMs = 5000;
+constexpr int32_t kDefaultAsyncCheckMs = 20;
+constexpr int64_t kDefaultAsyncOpenTimeoutMs = 10000;
+constexpr int32_t kDefaultPackSize = 16384;
+// Bounds the levels one Read may go through before it answers.
+constexpr int32_t kMaxDowngradesPerRead = 4;
+constexpr char kStatsCategory[] = "downloader";
+
+// Gives a rebuilt request the identity of the request it was built from, so
+// that the cache keys on what the host asked for.
+class FixedIdentifier : public URIIdentifier {
+ public:
+  FixedIdentifier(std::string id, std::string groupId) : id_(std::move(id)), groupId_(std::move(groupId)) {}
+  std::string ID(const URI* /*uri*/) override { return id_; }
+  std::string GroupID(const URI* /*uri*/) override { return groupId_; }
+
+ private:
+  std::string id_;
+  std::string groupId_;
+};
+
+std::shared_ptr<URI> WithParams(const std::shared_ptr<URI>& uri, const StreamParams& params) {
+  FixedIdentifier identifier(uri->ID(), uri->GroupID());
+  URIBuilder builder = URIBuilder::FromURI(uri);
+  builder.params = params;
+  return builder.SetUrl(uri->GetStringRep())
+      .SetHttpHeader(uri->GetHttpHeader())
+      .SetURIIdentifier(&identifier)
+      .Build();
+}
+
+bool IsPlaylist(const std::string& url) {
+  static const std::string kPlaylistSuffix = ".m3u8";
+  bool endsWithPlaylist = url.size() >= kPlaylistSuffix.size() &&
+                          url.compare(url.size() - kPlaylistSuffix.size(), kPlaylistSuffix.size(),
+                                      kPlaylistSuffix) == 0;
+  return endsWithPlaylist || url.find("/playlist/m3u8") != std::string::npos;
+}
+
+int32_t ClampToInt32(int64_t value) {
+  return static_cast<int32_t>(std::min<int64_t>(value, std::numeric_limits<int32_t>::max()));
+}
+
+std::string ResultText(const DLResultCode& result) {
+  std::string text = "code:" + std::to_string(result.code) + ",sub_code:" + std::to_string(result.subCode);
+  std::string tag = SubCodeTag(result.subCode);
+  if (!tag.empty()) text += "(" + tag + ")";
+  return text;
+}
+
+}  // namespace
+
+RetryableStream::RetryableStream()
+    : controller_(std::make_shared<FlowRateController>()), stats_(std::make_shared<StreamStats>()) {}
+
+RetryableStream::~RetryableStream() { Close(); }
+
+// ---------------------------------------------------------------------------
+// Wiring and state slots.
+
+void RetryableStream::SetConfigure(ConfigPtr config) { config_ = std::move(config); }
+
+void RetryableStream::SetReporter(std::shared_ptr<protocols::IReporter> reporter) {
+  reporter_ = std::move(reporter);
+}
+
+void RetryableStream::SetPipeline(DownloadPipeline* pipeline) { pipeline_ = pipeline; }
+
+void RetryableStream::SetTunnel(std::shared_ptr<ITunnel> tunnel) { tunnel_ = std::move(tunnel); }
+
+void RetryableStream::SetStreamSettings(const StreamParams& settings) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  settings_ = settings;
+  if (!uri_) params_ = settings;
+}
+
+void RetryableStream::SetPulseConsumer(std::shared_ptr<PlayStateMonitor> monitor) {
+  controller_->SetPlayStateMonitor(std::move(monitor));
+}
+
+void RetryableStream::SetSequence(uint64_t sequence) { sequence_.store(sequence); }
+
+uint64_t RetryableStream::GetSequence() { return sequence_.load(); }
+
+void RetryableStream::OnBufferStateUpdated(BufferState state) { controller_->OnBufferStateUpdated(state); }
+
+void RetryableStream::OnStreamingStateUpdated(StreamingState state) { controller_->OnStreamingStateUpdated(state); }
+
+void RetryableStream::OnPulseDataUpdated(const PulseData& data) { controller_->OnPulseDataUpdated(data); }
+
+std::string RetryableStream::GetParam(const std::string& key) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return ReadParamString(params_, key, std::string());
+}
+
+// The player thread is the only writer of params_, so it reads without the
+// lock.
+std::string RetryableStream::ReadParam(const std::string& key, const std::string& defaultValue) {
+  return ReadParamString(params_, key, defaultValue);
+}
+
+int32_t RetryableStream::PlayerId() { return ReadParamInt(params_, "player_id", -1); }
+
+// ---------------------------------------------------------------------------
+// Open.
+
+DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
+  DLResultCode prepared = PrepareOpen(uri, "");
+  if (!prepared.IsSuccess()) return prepared;
+  DLResultCode result = OpenWalk();
+  FinishOpen(result);
+  return result;
+}
+
+DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
+  DLResultCode prepared = PrepareOpen(uri, "[async]");
+  if (!prepared.IsSuccess()) return prepared;
+  if (IsPlaylist(url_)) {
+    DL_LOGI << "FLOWRATE-> can't set open cb due to m3u8!";
+    DLResultCode result = OpenWalk();
+    FinishOpen(result);
+    std::lock_guard<std::mutex> lock(mutex_);
+    asyncDone_ = true;
+    asyncResult_ = result;
+    return DLResultCode(kDLSuccess, 0);
+  }
+  asyncStartedAt_ = Clock::now();
+  opener_ = std::thread([this] { RunAsyncOpen(); });
+  return DLResultCode(kDLSuccess, 0);
+}
+
+void RetryableStream::RunAsyncOpen() {
+  DLResultCode result = OpenWalk();
+  std::lock_guard<std::mutex> lock(mutex_);
+  asyncDone_ = true;
+  asyncResult_ = result;
+  asyncDoneChanged_.notify_all();
+}
+
+DLResultCode RetryableStream::IsOpenReady() {
+  if (!opener_.joinable()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return asyncDone_ ? asyncResult_ : DLResultCode(kDLFailure, kNotOpenSubCode);
+  }
+  int32_t checkMs = ReadConfigInt(config_, kDownloaderConfigGroup, "async_open_check_duration", kDefaultAsyncCheckMs);
+  bool done = false;
+  {
+    std::unique_lock<std::mutex> lock(mutex_);
+    done = asyncDoneChanged_.wait_for(lock, std::chrono::milliseconds(std::max(checkMs, 1)),
+                                      [this] { return asyncDone_; });
+  }
+  if (!done) {
+    int64_t timeoutMs =
+        ReadConfigInt64(config_, kDownloaderConfigGroup, "async_open_timeout", kDefaultAsyncOpenTimeoutMs);
+    int64_t elapsedMs =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - asyncStartedAt_).count();
+    if (elapsedMs < timeoutMs) return DLResultCode(kDLOpenPending, 0);
+    DL_LOGW << "isopenready,timeout:" << elapsedMs;
+    CancelOpening();
+  }
+  JoinOpener();
+  if (!done) {
+    if (executor_) {
+      executor_->Close();
+      executor_.reset();
+    }
+    opened_ = false;
+    openResult_ = DLResultCode(kDLFailure, kOpenTimeoutSubCode);
+    std::lock_guard<std::mutex> lock(mutex_);
+    asyncResult_ = openResult_;
+  }
+  return openResult_;
+}
+
+void RetryableStream::CancelOpening() {
+  std::shared_ptr<IDownloadExecutor> opening;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    cancelled_ = true;
+    opening = openingExecutor_;
+  }
+  // Outside the lock: closing wakes the open that the opener thread waits in.
+  if (opening) opening->Close();
+}
+
+void RetryableStream::JoinOpener() {
+  if (!opener_.joinable()) return;
+  opener_.join();
+  DLResultCode result;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    result = asyncResult_;
+  }
+  FinishOpen(result);
+}
+
+DLResultCode RetryableStream::PrepareOpen(const std::shared_ptr<URI>& uri, const char* mode) {
+  if (!uri || closed_ || opened_ || opener_.joinable()) {
+    DL_LOGW << "]" << mode << " open refused, uri:" << (uri ? uri->GetStringRep() : std::string());
+    return DLResultCode(kDLFailure, kBadRequestSubCode);
+  }
+  StreamParams params;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    params = settings_;
+  }
+  for (const auto& keyAndValue : uri->GetParams()) params[keyAndValue.first] = keyAndValue.second;
+  std::shared_ptr<URI> request = WithParams(uri, params);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    params_ = params;
+    uri_ = request;
+  }
+  url_ = uri->GetStringRep();
+  int32_t packSize = ReadConfigInt(config_, kDownloaderConfigGroup, "cache_writer_packet_size", kDefaultPackSize);
+  DL_LOGI << "]" << mode << " RetryableStream open url:" << url_
+          << ", need trace:" << ReadParamBool(params, "traceUrl", false) << ", default_pack_size:" << packSize;
+  readTimeoutMs_ = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
+  mask_ = DownloadLevels::RequiredMask(config_, params, url_);
+  forbidDowngrade_ = mask_ == DownloadLevels::kPcdnOnly;
+  offset_ = std::max<int64_t>(0, ReadParamInt64(params, "range_start", 0));
+  controller_->Configure(config_, params, uri->GetDuration());
+  calculator_ = DrainCalculatorFactory::Create(config_, controller_);
+  segmentWritingWanted_ = storage::SegmentCachePolicy::Applies(config_, url_);
+  return DLResultCode(kDLSuccess, 0);
+}
+
+DLDownloadLevel RetryableStream::InitialLevel() const {
+  if (mask_ == DownloadLevels::kPcdnOnly) return kDLLevelPcdn;
+  // The cache levels serve a request that starts past 0 only when told to
+  // honour its range; otherwise they would deliver from offset 0.
+  if (offset_ > 0 && !ReadConfigBool(config_, kDownloaderConfigGroup, "enable_cache_filter_range_start", false)) {
+    return kDLLevelPcdn;
+  }
+  return kDLLevelCache;
+}
+
+bool RetryableStream::InMask(DLDownloadLevel level) const {
+  return level == kDLLevelCache || (static_cast<uint32_t>(level) & mask_) != 0;
+}
+
+DLDownloadLevel RetryableStream::NextLevel(DLDownloadLevel current) {
+  return DownloadLevels::Next(current, mask_, forbidDowngrade_, &downgradeForbiddenHit_);
+}
+
+DLResultCode RetryableStream::OpenWalk() {
+  DLDownloadLevel level = InitialLevel();
+  Commit(kStatsStageOpen, "init_level", level, DLResultCode(kDLSuccess, 0));
+  std::set<int32_t> visited;
+  bool executorOpened = false;
+  DLResultCode lastOpenFailure;
+  DLResultCode lastRefusal(kDLFailure, kNoFilterSubCode);
+  while (true) {
+    visited.insert(level);
+    if (InMask(level)) {
+      LevelAttempt attempt = OpenAtLevel(level);
+      if (attempt.executor) {
+        InstallExecutor(std::move(attempt.executor), level);
+        return attempt.result;
+      }
+      if (attempt.result.subCode == kClosedSubCode) return attempt.result;
+      if (attempt.responded) {
+        executorOpened = true;
+        lastOpenFailure = attempt.result;
+      } else {
+        lastRefusal = attempt.result;
+      }
+      Commit(kStatsStageOpen, attempt.responded ? "open_open_error" : "open_respond_error", level, attempt.result);
+    }
+    DLDownloadLevel next = NextLevel(level);
+    if (next == level || visited.count(next) != 0) break;
+    if (InMask(next)) Commit(kStatsStageOpen, "open_downgrade", next, DLResultCode(kDLSuccess, 0));
+    level = next;
+  }
+  return executorOpened ? lastOpenFailure : lastRefusal;
+}
+
+std::shared_ptr<URI> RetryableStream::RequestAtOffset() {
+  std::shared_ptr<URI> request;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    request = uri_;
+  }
+  if (offset_ == 0 && !request->ContainsParamKey("range_start")) return request;
+  StreamParams params = request->GetParams();
+  params["range_start"] = std::to_string(offset_);
+  return WithParams(request, params);
+}
+
+RetryableStream::LevelAttempt RetryableStream::OpenAtLevel(DLDownloadLevel level) {
+  LevelAttempt attempt;
+  attempt.result = DLResultCode(kDLFailure, kNoFilterSubCode);
+  if (pipeline_ == nullptr) return attempt;
+  std::shared_ptr<URI> request = RequestAtOffset();
+  std::shared_ptr<IStream> self = weak_from_this().lock();
+  pipeline_->AccessFilter([&](DLDownloadLevel filterLevel, IDownloadFilter* filter) {
+    if (!DownloadLevels::FilterServes(filterLevel, level)) return false;
+    DLResultCode answer = filter->ShouldRespond(request, self);
+    DL_LOGD << "] access filter, level:" << filterLevel << ", offset:" << offset_
+            << ", shouldRespond:" << answer.code;
+    attempt.result = answer;
+    if (!answer.IsSuccess()) return true;
+    std::shared_ptr<IDownloadExecutor> executor = filter->AcquireExecutor(request);
+    if (!executor) {
+      attempt.result = DLResultCode(kDLFailure, kNoExecutorSubCode);
+      return true;
+    }
+    executor->SetStatsSink(stats_);
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (cancelled_) {
+        attempt.result = DLResultCode(kDLFailure, kClosedSubCode);
+        return true;
+      }
+      openingExecutor_ = executor;
+    }
+    attempt.responded = true;
+    attempt.result = executor->Open(request);
+    bool cancelled = false;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      openingExecutor_.reset();
+      cancelled = cancelled_;
+    }
+    if (attempt.result.IsSuccess() && !cancelled) {
+      attempt.executor = std::move(executor);
+    } else {
+      if (cancelled) attempt.result = DLResultCode(kDLFailure, kClosedSubCode);
+      executor->Close();
+    }
+    return true;
+  });
+  return attempt;
+}
+
+void RetryableStream::InstallExecutor(std::shared_ptr<IDownloadExecutor> executor, DLDownloadLevel level) {
+  executor_ = std::move(executor);
+  level_ = level;
+  levelHistory_.push_back(level);
+  fileSize_ = executor_->GetFileSize();
+  controller_->OnFileSizeKnown(fileSize_);
+  controller_->OnLevelChanged();
+  calculator_->Reset();
+  lastProgressAt_ = Clock::now();
+  MaybeStartSegmentWriter();
+}
+
+void RetryableStream::FinishOpen(const DLResultCode& result) {
+  openResult_ = result;
+  opened_ = result.IsSuccess() && executor_ != nullptr;
+  DL_LOGI << "] retryable stream done with uri:" << url_ << " with level " << level_ << ", result:" << result.code;
+  DL_LOGI << "FLOWRATE-> open uri " << url_ << " curl_level: " << level_ << " code:" << result.code
+          << " s_code:" << result.subCode;
+}
+
+// ---------------------------------------------------------------------------
+// Read.
+
+DLReadResult RetryableStream::Read(void* buffer, uint64_t size) {
+  JoinOpener();
+  DLReadResult result;
+  if (closed_ || !executor_) {
+    result.Set(kDLFailure, 0, kNotOpenSubCode);
+    return result;
+  }
+  if (buffer == nullptr || size == 0) {
+    result.Set(kDLSuccess, 0, 0);
+    return result;
+  }
+  for (int32_t attempt = 1;; ++attempt) {
+    result = InternalRead(buffer, size);
+    if (result.code == kDLEndOfData) return result;
+    ReadTrigger trigger = JudgeRead(&result);
+    if (trigger == ReadTrigger::kNone || ReadDowngradeForbidden()) return result;
+    bool switched = HandleReadDowngrade(trigger);
+    // Bytes already delivered go back now; the new level serves the next read.
+    if (result.bytes > 0 || !switched || attempt >= kMaxDowngradesPerRead) return result;
+  }
+}
+
+DLReadResult RetryableStream::InternalRead(void* buffer, uint64_t size) {
+  Packet packet(size);
+  packet.SetBuffer(buffer);
+  Clock::time_point startedAt = Clock::now();
+  DLReadResult result = executor_->Read(packet);
+  Clock::time_point endedAt = Clock::now();
+  int64_t waitedUs = std::chrono::duration_cast<std::chrono::microseconds>(endedAt - startedAt).count();
+  calculator_->SetBuffer(controller_->BufferedDurationMs());
+  calculator_->OnRead(result.bytes, ClampToInt32(waitedUs), static_cast<uint64_t>(offset_));
+  if (result.code == kDLSuccess && result.bytes > 0) {
+    MaybeStartSegmentWriter();
+    if (segmentWriter_) {
+      storage::SegmentFileWriterDispatch::GetInstance().store(segmentWriter_, static_cast<uint64_t>(offset_),
+                                                              static_cast<const uint8_t*>(buffer), result.bytes);
+    }
+    offset_ += static_cast<int64_t>(result.bytes);
+    bytesRead_ += result.bytes;
+    lastProgressAt_ = endedAt;
+    calculator_->Reset();
+  }
+  DL_LOGT << "] read result:" << result.code << ", second:" << result.subCode << ", level:" << level_
+          << ", size:" << result.bytes << ", packet size:" << size << ", offset:" << offset_;
+  return result;
+}
+
+RetryableStream::ReadTrigger RetryableStream::JudgeRead(DLReadResult* result) {
+  if (result->code != kDLSuccess) {
+    DL_LOGW << "] read failed, level:" << level_ << ", " << ResultText(*result) << ", offset:" << offset_;
+    return ReadTrigger::kFailed;
+  }
+  if (result->bytes == 0) {
+    int64_t idleMs = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lastProgressAt_).count();
+    if (idleMs >= readTimeoutMs_) {
+      timedOut_ = true;
+      DL_LOGW << "] read timed out, level:" << level_ << ", idle ms:" << idleMs << ", offset:" << offset_;
+      return ReadTrigger::kTimedOut;
+    }
+  }
+  return ShouldDoDownloadLevelDegrade(result) ? ReadTrigger::kDrained : ReadTrigger::kNone;
+}
+
+bool RetryableStream::ShouldDoDownloadLevelDegrade(DLReadResult* result) {
+  if (downgradeForbiddenHit_) return false;
+  bool drain = calculator_->IsDrain();
+  if (drain) {
+    std::string description = calculator_->Describe();
+    result->details["track_msg"] = description;
+    result->details["is_drain"] = "1";
+    DL_LOGI << "FLOWRATE-> drain, level:" << level_ << ", offset:" << offset_ << ", " << description;
+  }
+  return drain;
+}
+
+bool RetryableStream::ReadDowngradeForbidden() const {
+  bool forbidden = ReadParamBool(params_, "disable_read_downgrade", false);
+  if (level_ == kDLLevelPcdn) {
+    bool isLive = ReadParamBool(params_, "is_live", false);
+    forbidden = forbidden ||
+                (isLive && ReadConfigBool(config_, kDownloaderLiveConfigGroup, "disable_pcdn_live_read_downgrade",
+                                          true)) ||
+                (!isLive && ReadConfigBool(config_, kDownloaderConfigGroup, "use_pcdn_ng", false) &&
+                 ReadConfigBool(config_, kDownloaderConfigGroup, "disable_pcdn_ng_read_downgrade", false));
+  }
+  if (forbidden) {
+    DL_LOGD << "FLOWRATE-> read downgrade forbidden, level:" << level_;
+  }
+  return forbidden;
+}
+
+bool RetryableStream::HandleReadDowngrade(ReadTrigger trigger) {
+  static const char* const kTriggerNames[] = {"none", "failed", "timeout", "drain"};
+  DLDownloadLevel from = level_;
+  DL_LOGI << "FLOWRATE-> HandleReadDowngrade [" << PlayerId() << "] reason:" << kTriggerNames[static_cast<int>(trigger)]
+          << ", level:" << from << ", offset:" << offset_;
+  std::set<int32_t> visited;
+  DLDownloadLevel candidate = from;
+  DLResultCode lastFailure(kDLFailure, kNoFilterSubCode);
+  while (true) {
+    DLDownloadLevel next = NextLevel(candidate);
+    if (next == candidate || visited.count(next) != 0) break;
+    visited.insert(next);
+    candidate = next;
+    if (!InMask(next)) continue;
+    LevelAttempt attempt = OpenAtLevel(next);
+    if (attempt.executor) {
+      std::shared_ptr<IDownloadExecutor> previous = std::move(executor_);
+      InstallExecutor(std::move(attempt.executor), next);
+      if (previous) previous->Close();
+      ++downgradeCount_;
+      ++readDowngrades_["read_downgrade_" + std::to_string(from) + "_" + std::to_string(next)];
+      Commit(kStatsStageRead, "read_downgrade", next, attempt.result);
+      DL_LOGI << "FLOWRATE-> HandleReadDowngrade success [" << PlayerId()
+              << "] downgrade done with executor level:" << next;
+      DL_LOGI << "FLOWRATE-> did HandleReadDowngrade: playerid[" << PlayerId() << "]"
+              << " cur_level:" << level_;
+      return true;
+    }
+    lastFailure = attempt.result;
+    Commit(kStatsStageRead, attempt.responded ? "read_open_error" : "read_respond_error", next, attempt.result);
+  }
+  DL_LOGW << "FLOWRATE-> HandleReadDowngrade fail [" << PlayerId() << "] downgrade fail with executor level:"
+          << candidate << ",open code:" << lastFailure.code << ",secondary code:" << lastFailure.subCode;
+  DL_LOGI << "FLOWRATE-> did HandleReadDowngrade: playerid[" << PlayerId() << "]"
+          << " cur_level:" << level_;
+  return false;
+}
+
+// ---------------------------------------------------------------------------
+// Seek, size, information, close.
+
+DLResultCode RetryableStream::Seek(int64_t offset) {
+  JoinOpener();
+  if (closed_ || !executor_ || offset < 0) return DLResultCode(kDLFailure, kNotOpenSubCode);
+  DLResultCode result = executor_->Seek(offset);
+  if (result.IsSuccess()) {
+    offset_ = offset;
+    lastProgressAt_ = Clock::now();
+    controller_->OnLevelChanged();
+    calculator_->Reset();
+  }
+  DL_LOGD << "]seek offset:" << offset << ",resultCode:" << result.code;
+  return result;
+}
+
+int64_t RetryableStream::GetFileSize() {
+  JoinOpener();
+  if (!executor_) return 0;
+  if (fileSize_ <= 0) fileSize_ = executor_->GetFileSize();
+  return fileSize_;
+}
+
+std::string RetryableStream::GetInfo(const std::string& key) {
+  JoinOpener();
+  if (key == "stream_end_info") {
+    std::string info = StreamEndInfo();
+    DL_LOGD << "GetInfo for STREAM_END:" << info;
+    return info;
+  }
+  if (key == "is_timeout") {
+    DL_LOGD << "GetInfo for kDLInfoIsTimeout:" << timedOut_;
+    return timedOut_ ? "1" : "0";
+  }
+  if (key == "level_tracker") {
+    std::string tracker = LevelTracker();
+    DL_LOGD << "GetInfo for LEVEL_TRACKER:" << tracker;
+    return tracker;
+  }
+  if (key == "stream_type") return ReadParam("stream_type", std::string());
+  if (key == "memory_usage") {
+    std::string usage = executor_ ? executor_->GetInfo("memory_usage") : std::string();
+    return usage.empty() ? "0" : usage;
+  }
+  return executor_ ? executor_->GetInfo(key) : std::string();
+}
+
+DLResultCode RetryableStream::Close() {
+  if (closed_) return DLResultCode(kDLSuccess, 0);
+  CancelOpening();
+  JoinOpener();
+  closed_ = true;
+  if (executor_) {
+    DL_LOGI << "[KeyFlow] close stream [cdn_ip:" << executor_->GetInfo("cdn_ip") << "][url:" << url_ << "]";
+  }
+  std::string endInfo = StreamEndInfo();
+  std::string tunnelStats = "tunnel_id:" + std::to_string(tunnel_ ? tunnel_->GetTunnelID() : 0) +
+                            ",sequence:" + std::to_string(GetSequence()) + ",level:" + std::to_string(level_) +
+                            ",downloadSize:" + std::to_string(bytesRead_);
+  DL_LOGI << "tunnelstat:" << tunnelStats;
+  if (reporter_ && !url_.empty()) {
+    reporter_->Report(kStatsCategory, "stream_end_info", endInfo);
+    reporter_->Report(kStatsCategory, "dltunnelstat", tunnelStats);
+  }
+  CompleteSegmentWriter();
+  if (executor_) {
+    executor_->Close();
+    executor_.reset();
+  }
+  opened_ = false;
+  return DLResultCode(kDLSuccess, 0);
+}
+
+// ---------------------------------------------------------------------------
+// Segment writing.
+
+void RetryableStream::MaybeStartSegmentWriter() {
+  if (!segmentWritingWanted_ || segmentWriter_ || level_ == kDLLevelCache || !executor_) return;
+  int64_t fileSize = executor_->GetFileSize();
+  if (fileSize <= 0) return;
+  fileSize_ = fileSize;
+  std::shared_ptr<URI> request;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    request = uri_;
+  }
+  segmentWriter_ = storage::CacheWriter::CreateSegmentWriter(config_, request, static_cast<uint64_t>(fileSize));
+  // One attempt per stream: a cache that cannot take the resource now will
+  // not take it later in this stream either.
+  segmentWritingWanted_ = segmentWriter_ != nullptr;
+  DL_LOGD << "] segment writer " << (segmentWriter_ ? "created" : "not available") << ", file size:" << fileSize
+          << ", offset:" << offset_;
+}
+
+void RetryableStream::CompleteSegmentWriter() {
+  if (!segmentWriter_) return;
+  storage::CacheWriter::CompleteSegmentWriter(std::move(segmentWriter_));
+  segmentWriter_.reset();
+}
+
+// ---------------------------------------------------------------------------
+// Statistics.
+
+void RetryableStream::Commit(StatsStage stage, const std::string& event, DLDownloadLevel level,
+                             const DLResultCode& result) {
+  if (pipeline_ == nullptr) return;
+  pipeline_->CommitStats(stage, event + ",level:" + std::to_string(level) + "," + ResultText(result) +
+                                    ",offset:" + std::to_string(offset_));
+}
+
+std::string RetryableStream::LevelTracker() const {
+  std::string tracker;
+  for (DLDownloadLevel level : levelHistory_) {
+    if (!tracker.empty()) tracker += ">";
+    tracker += std::to_string(level);
+  }
+  return tracker;
+}
+
+std::string RetryableStream::StreamEndInfo() {
+  std::string info = "url:" + url_ + ",level:" + std::to_string(level_) + "," + ResultText(openResult_) +
+                     ",downloadSize:" + std::to_string(bytesRead_) + ",downloaded_size:" +
+                     (executor_ ? executor_->GetInfo("downloaded_size") : std::string("0")) +
+                     ",inlet_bytes:" + std::to_string(stats_->InletBytes()) +
+                     ",downgrade:" + std::to_string(downgradeCount_) + ",read_downgrade_1_4:" +
+                     std::to_string(readDowngrades_.count("read_downgrade_1_4") != 0
+                                        ? readDowngrades_.at("read_downgrade_1_4")
+                                        : 0);
+  for (const auto& nameAndCount : readDowngrades_) {
+    if (nameAndCount.first == "read_downgrade_1_4") continue;
+    info += "," + nameAndCount.first + ":" + std::to_string(nameAndCount.second);
+  }
+  info += ",level_tracker:" + LevelTracker() + ",is_timeout:" + (timedOut_ ? "1" : "0");
+  return info;
+}
+
+}  // namespace downloader

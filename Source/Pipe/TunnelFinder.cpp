@@ -1,0 +1,33 @@
+#include <downloader/Pipe/TunnelFinder.h>
+
+namespace downloader {
+
+TunnelFinder& TunnelFinder::Shared() {
+  // Never destroyed: tunnels may unregister while the process exits.
+  static TunnelFinder* const finder = new TunnelFinder();
+  return *finder;
+}
+
+TunnelFinder::TunnelFinder() = default;
+
+TunnelFinder::~TunnelFinder() = default;
+
+void TunnelFinder::AddTunnel(const std::shared_ptr<ITunnel>& tunnel) {
+  if (!tunnel) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  tunnels_[tunnel->GetTunnelID()] = tunnel;
+}
+
+std::weak_ptr<ITunnel> TunnelFinder::GetTunnelById(uint64_t id) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  auto entry = tunnels_.find(id);
+  return entry == tunnels_.end() ? std::weak_ptr<ITunnel>() : entry->second;
+}
+
+void TunnelFinder::RemoveTunnel(const std::shared_ptr<ITunnel>& tunnel) {
+  if (!tunnel) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  tunnels_.erase(tunnel->GetTunnelID());
+}
+
+}  // namespace downloader

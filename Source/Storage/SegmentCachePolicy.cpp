@@ -1,0 +1,36 @@
+#include "Storage/SegmentCachePolicy.h"
+
+namespace downloader {
+namespace storage {
+namespace {
+
+bool ContainsAny(const std::string& text, std::initializer_list<const char*> needles) {
+  for (const char* needle : needles) {
+    if (text.find(needle) != std::string::npos) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool SegmentCachePolicy::IsPlaylistOrLocal(const std::string& url) {
+  return ContainsAny(url, {".m3u8", "/playlist/m3u8", "http://local.url"});
+}
+
+bool SegmentCachePolicy::IsPlainUrl(const std::string& url) {
+  return !IsPlaylistOrLocal(url) && !ContainsAny(url, {"flv.ts", "mp4.ts"});
+}
+
+bool SegmentCachePolicy::IsSeparateTrack(const std::string& url) { return ContainsAny(url, {"_video_", "_audio_"}); }
+
+bool SegmentCachePolicy::Applies(const ConfigPtr& config, const std::string& url) {
+  if (!config || !IsPlainUrl(url)) return false;
+  if (ReadConfigBool(config, kDownloaderConfigGroup, "enable_segment_writer", false)) {
+    if (!IsSeparateTrack(url)) return true;
+    if (ReadConfigBool(config, kDownloaderConfigGroup, "enable_segment_cmaf", true)) return true;
+  }
+  return ReadConfigBool(config, kDownloaderConfigGroup, "force_segment_writer", false);
+}
+
+}  // namespace storage
+}  // namespace downloader

@@ -1,0 +1,90 @@
+// The reading side of a segment executor: opens a resource's stored segment
+// file and delivers its bytes in file order, from a start offset on, on a
+// thread of its own, to a listener.
+//
+// Start opens the file on the caller's thread and tells the listener, before
+// it returns, either OnOpen (with the resource's size) followed by the first
+// block, or OnSegmentError: a file that is missing or invalid, or whose bytes
+// at the start offset are not stored, fails at once. The thread then delivers
+// one block per chunk until the end of the resource, or until it meets a chunk
+// that is not stored (OnSegmentError). It stays at most kReadAhead bytes ahead
+// of what the consumer reported as Consumed, so a slow reader does not make it
+// load the whole resource into memory.
+//
+// Thread rules: Start, Consumed and Stop from the consumer's thread; the
+// listener is called on the caller's thread during Start and on the reading
+// thread afterwards, never after Stop returned. mutex_ guards the flow
+// control; the reader belongs to the reading thread once it runs. The
+// listener must not call Stop from inside a callback.
+#ifndef DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
+#define DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <downloader/Filter/SubCode.h>
+
+namespace downloader {
+namespace storage {
+
+class SegmentFileReader;
+
+class SegmentReadListener {
+ public:
+  virtual ~SegmentReadListener() = default;
+  virtual void OnOpen(int64_t fileSize) = 0;
+  // `bytes[0]` is the resource's byte at `offset`.
+  virtual void OnSegmentBytes(int64_t offset, const uint8_t* bytes, uint64_t size) = 0;
+  virtual void OnSegmentError(int64_t subCode) = 0;
+};
+
+class SegmentReadSide {
+ public:
+  // The file is missing, invalid, or not stored at the offset asked for.
+  static constexpr int64_t kNotStoredSubCode = FourCharSubCode('S', 'N', 'S', 'T');
+  // How far the reading thread may run ahead of the consumer.
+  static constexpr uint64_t kReadAhead = 4 * 1024 * 1024;
+
+  // `listener` must outlive Stop.
+  SegmentReadSide(std::string path, int64_t jobId, SegmentReadListener* listener);
+  ~SegmentReadSide();
+
+  SegmentReadSide(const SegmentReadSide&) = delete;
+  SegmentReadSide& operator=(const SegmentReadSide&) = delete;
+
+  void Start(int64_t offset);
+  void Consumed(uint64_t bytes);
+  void Stop();
+
+ private:
+  void Run(int64_t offset, int64_t fileSize);
+  // The block at `offset` into buffer_; its size, 0 when it is not stored.
+  uint64_t ReadBlock(int64_t offset, int64_t fileSize);
+  bool WaitForRoom();
+
+  // Constant after construction.
+  const std::string path_;
+  const int64_t jobId_;
+  SegmentReadListener* const listener_;
+
+  // The caller's thread during Start, the reading thread afterwards.
+  std::unique_ptr<SegmentFileReader> reader_;
+  std::vector<uint8_t> buffer_;
+  std::thread thread_;
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  // Guarded by mutex_.
+  bool stopping_ = false;
+  uint64_t unconsumed_ = 0;
+};
+
+}  // namespace storage
+}  // namespace downloader
+
+#endif  // DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_

@@ -1,0 +1,230 @@
+#include "Strategy/FlowRateController.h"
+
+#include <chrono>
+#include <utility>
+
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace {
+
+constexpr int32_t kDefaultSampleIntervalMs = 1000;
+constexpr int32_t kDefaultWindowCount = 3;
+constexpr int32_t kDefaultBufferThresholdMs = 20000;
+constexpr int32_t kDefaultDumpIntervalMs = 10000;
+constexpr int32_t kUnknownBuffer = -1;
+constexpr int64_t kMicrosPerMilli = 1000;
+constexpr int64_t kMicrosPerSecond = 1000000;
+constexpr int64_t kBitsPerByte = 8;
+constexpr int64_t kMillisPerSecond = 1000;
+
+int64_t SteadyNowUs() {
+  return std::chrono::duration_cast<std::chrono::microseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+int64_t AtLeastOne(int64_t value) { return value < 1 ? 1 : value; }
+
+enum class Verdict { kFlowing, kPaused, kBuffered, kStalled, kTooSlow };
+
+const char* VerdictName(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::kPaused:
+      return "paused";
+    case Verdict::kBuffered:
+      return "buffered";
+    case Verdict::kStalled:
+      return "stall";
+    case Verdict::kTooSlow:
+      return "slow";
+    case Verdict::kFlowing:
+      break;
+  }
+  return "flowing";
+}
+
+}  // namespace
+
+FlowRateController::FlowRateController(NowFunction now)
+    : now_(now ? std::move(now) : NowFunction(&SteadyNowUs)),
+      sampleIntervalUs_(kDefaultSampleIntervalMs * kMicrosPerMilli),
+      windowUs_(kDefaultSampleIntervalMs * kDefaultWindowCount * kMicrosPerMilli),
+      bufferThresholdMs_(kDefaultBufferThresholdMs),
+      dumpIntervalUs_(kDefaultDumpIntervalMs * kMicrosPerMilli) {}
+
+FlowRateController::~FlowRateController() = default;
+
+void FlowRateController::Configure(const ConfigPtr& config, const StreamParams& params, uint64_t durationMs) {
+  int64_t intervalMs = AtLeastOne(
+      ReadConfigInt(config, kDownloaderConfigGroup, "flow_rate_sample_interval", kDefaultSampleIntervalMs));
+  int64_t windowCount =
+      AtLeastOne(ReadConfigInt(config, kDownloaderConfigGroup, "flow_rate_sample_wnd", kDefaultWindowCount));
+  int32_t bufferThresholdMs =
+      ReadConfigInt(config, kDownloaderConfigGroup, "buffer_duration_threshold", kDefaultBufferThresholdMs);
+  int64_t dumpMs = AtLeastOne(
+      ReadConfigInt(config, kDownloaderConfigGroup, "dump_flow_rate_interval_", kDefaultDumpIntervalMs));
+  bool pulseCounts = ReadConfigBool(config, kDownloaderConfigGroup, "let_pluse", true);
+  int32_t requestBufferMs =
+      ReadParamInt(params, "buffer", ReadParamInt(params, "buffer_duration", kUnknownBuffer));
+  int64_t requestBitRate = ReadParamInt64(params, "bit_rate", 0);
+
+  std::lock_guard<std::mutex> lock(mutex_);
+  sampleIntervalUs_ = intervalMs * kMicrosPerMilli;
+  windowUs_ = intervalMs * windowCount * kMicrosPerMilli;
+  bufferThresholdMs_ = bufferThresholdMs;
+  dumpIntervalUs_ = dumpMs * kMicrosPerMilli;
+  pulseCounts_ = pulseCounts;
+  requestBufferMs_ = requestBufferMs;
+  requestBitRate_ = requestBitRate;
+  durationMs_ = durationMs;
+  fileSize_ = 0;
+  totalBytes_ = 0;
+  lastDumpUs_ = now_();
+  samples_.clear();
+  windowBytes_ = 0;
+  windowWaitUs_ = 0;
+  waitSinceByteUs_ = 0;
+  answer_ = 0;
+  description_.clear();
+}
+
+void FlowRateController::SetPlayStateMonitor(std::shared_ptr<PlayStateMonitor> monitor) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  monitor_ = std::move(monitor);
+}
+
+void FlowRateController::OnFileSizeKnown(int64_t fileSize) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  fileSize_ = fileSize;
+}
+
+void FlowRateController::OnLevelChanged() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  samples_.clear();
+  windowBytes_ = 0;
+  windowWaitUs_ = 0;
+  waitSinceByteUs_ = 0;
+  answer_ = 0;
+}
+
+void FlowRateController::OnBufferStateUpdated(BufferState state) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  bufferState_ = state;
+}
+
+void FlowRateController::OnStreamingStateUpdated(StreamingState state) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  streamingState_ = state;
+}
+
+void FlowRateController::OnPulseDataUpdated(const PulseData& data) {
+  int bufferMs = kUnknownBuffer;
+  int64_t bitRate = 0;
+  bool hasBuffer = PulseDataDef<int>(kPulseBufferDurationKey).Read(data, &bufferMs);
+  bool hasBitRate = PulseDataDef<int64_t>(kPulseBitRateKey).Read(data, &bitRate);
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (hasBuffer) pulseBufferMs_ = bufferMs;
+  if (hasBitRate) pulseBitRate_ = bitRate;
+}
+
+int32_t FlowRateController::BufferedDurationMs() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return BufferedDurationMsLocked();
+}
+
+int32_t FlowRateController::BufferedDurationMsLocked() {
+  if (bufferState_ == kBufferStateBuffering) return 0;
+  if (pulseCounts_) {
+    if (pulseBufferMs_ >= 0) return pulseBufferMs_;
+    int32_t monitored = monitor_ ? monitor_->BufferedDurationMs() : kUnknownBuffer;
+    if (monitored >= 0) return monitored;
+  }
+  return requestBufferMs_;
+}
+
+int64_t FlowRateController::BitRateLocked() {
+  if (pulseCounts_) {
+    if (pulseBitRate_ > 0) return pulseBitRate_;
+    int64_t monitored = monitor_ ? monitor_->BitRate() : 0;
+    if (monitored > 0) return monitored;
+  }
+  if (requestBitRate_ > 0) return requestBitRate_;
+  if (fileSize_ > 0 && durationMs_ > 0) {
+    return fileSize_ * kBitsPerByte * kMillisPerSecond / static_cast<int64_t>(durationMs_);
+  }
+  return 0;
+}
+
+int32_t FlowRateController::OnReadHappened(int32_t value, uint64_t sample) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  RecordSampleLocked(sample, value < 0 ? 0 : value);
+  return JudgeLocked();
+}
+
+int32_t FlowRateController::CurrentAnswer() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return JudgeLocked();
+}
+
+std::string FlowRateController::Describe() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return description_;
+}
+
+void FlowRateController::SetNewCalculatorInUse(bool inUse) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  newCalculatorInUse_ = inUse;
+}
+
+void FlowRateController::RecordSampleLocked(uint64_t bytes, int64_t waitUs) {
+  samples_.push_back(Sample{bytes, waitUs});
+  windowBytes_ += bytes;
+  windowWaitUs_ += waitUs;
+  // Keep the newest samples that cover one window of waiting.
+  while (samples_.size() > 1 && windowWaitUs_ - samples_.front().waitUs >= windowUs_) {
+    windowBytes_ -= samples_.front().bytes;
+    windowWaitUs_ -= samples_.front().waitUs;
+    samples_.pop_front();
+  }
+  waitSinceByteUs_ = bytes > 0 ? 0 : waitSinceByteUs_ + waitUs;
+  totalBytes_ += bytes;
+  DumpInletLocked(now_());
+}
+
+int32_t FlowRateController::JudgeLocked() {
+  int32_t bufferMs = BufferedDurationMsLocked();
+  int64_t bitRate = BitRateLocked();
+  int64_t rateBps = static_cast<int64_t>(static_cast<double>(windowBytes_) * kBitsPerByte * kMicrosPerSecond /
+                                         static_cast<double>(AtLeastOne(windowWaitUs_)));
+  Verdict verdict = Verdict::kFlowing;
+  if (streamingState_ == kStreamingStatePaused) {
+    verdict = Verdict::kPaused;
+  } else if (bufferMs >= bufferThresholdMs_) {
+    verdict = Verdict::kBuffered;
+  } else if (waitSinceByteUs_ >= windowUs_) {
+    verdict = Verdict::kStalled;
+  } else if (bitRate > 0 && windowWaitUs_ >= sampleIntervalUs_ && rateBps < bitRate) {
+    verdict = Verdict::kTooSlow;
+  }
+  int32_t answer = verdict == Verdict::kStalled || verdict == Verdict::kTooSlow ? 1 : 0;
+  description_ = "drain:" + std::to_string(answer) + ",reason:" + VerdictName(verdict) +
+                 ",rate_bps:" + std::to_string(rateBps) + ",bit_rate:" + std::to_string(bitRate) +
+                 ",buffer_ms:" + std::to_string(bufferMs) +
+                 ",window_wait_ms:" + std::to_string(windowWaitUs_ / kMicrosPerMilli) +
+                 ",stall_ms:" + std::to_string(waitSinceByteUs_ / kMicrosPerMilli);
+  if (answer != answer_ && newCalculatorInUse_) {
+    DL_LOGI << "FLOWRATE-> judgement changed, " << description_;
+  }
+  answer_ = answer;
+  return answer_;
+}
+
+void FlowRateController::DumpInletLocked(int64_t nowUs) {
+  if (nowUs - lastDumpUs_ < dumpIntervalUs_) return;
+  lastDumpUs_ = nowUs;
+  DL_LOGD << "FLOWRATE-> inlet total_bytes:" << totalBytes_ << ", window_bytes:" << windowBytes_
+          << ", window_wait_ms:" << windowWaitUs_ / kMicrosPerMilli << ", buffer_ms:" << BufferedDurationMsLocked();
+}
+
+}  // namespace downloader

@@ -1,0 +1,188 @@
+// Fetches one byte range of one resource over HTTP through the wisp network
+// library. The network thread hands the body to the executor's listener
+// callbacks, which copy it into a private chain of 1 MiB rings; Read drains
+// it on the stream's thread.
+//
+// Life: created (WispDownloadFilter::AcquireExecutor, always in a shared
+// pointer: a running call keeps its executor alive) -> Open, or OpenAsync then
+// WaitOpenResult -> responded -> streaming (Read) -> ended (the call completed
+// or failed; Read drains what is queued, then answers code 5 or the failure)
+// -> Close. Seek from any state after a response starts a new call at the new
+// offset. Close it: that cancels the call and breaks the executor's cycle with it.
+//
+// Edge cases:
+// - A failed Open or Read answers code 1 with the four-character code of the
+//   failure (H404, C605, GDTO, ...; see HttpErrorCode.h).
+// - Read with nothing queued waits in 100 ms steps up to "read_timeout"
+//   (default 5000 ms), then answers GDTO and marks the executor timed out.
+//   With "fast_read_duration" above 0 it answers (0, 0 bytes) at once instead.
+// - At the end of the data Read answers code 5 with 0 bytes, every time.
+// - Read, Seek and the open wait return at once after Close (code 1,
+//   "WispDownloadFilter,interrupted"); no callback reaches the executor once
+//   Close has returned. Seek before any response fails without a request.
+// - While more than kQueuePauseBytes are queued the call is paused; it is
+//   resumed once the reader has drained the queue below kQueueResumeBytes.
+//   No byte is dropped or reordered by this.
+// - Callbacks of a call that is no longer the current one are dropped.
+//
+// Thread rules: Open, OpenAsync, WaitOpenResult, Read, Seek and GetInfo run on
+// the owning stream's thread; Close may also come from another thread; the
+// listener callbacks run on the network thread. mutex_ guards the call, the
+// response, the error, the queue pointer, the counters and the record; the
+// queue has its own lock; flowMutex_ orders the pause and resume of the call.
+// No lock is held while the call is cancelled, or while the reporter is called.
+#ifndef DOWNLOADER_FILTER_WISPDOWNLOADEXECUTOR_H_
+#define DOWNLOADER_FILTER_WISPDOWNLOADEXECUTOR_H_
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <downloader/DownloaderExport.h>
+#include <downloader/Filter/IDownloadExecutor.h>
+#include <downloader/Pipe/IConfigure.h>
+#include <downloader/Pipe/IReporter.h>
+#include <wisp/http/Error.h>
+#include <wisp/http/IListener.h>
+#include <wisp/http/IRequestCall.h>
+#include <wisp/http/Response.h>
+
+namespace downloader {
+
+class Sha256;
+
+class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
+                                               public std::enable_shared_from_this<WispDownloadExecutor>,
+                                               public wisp::http::IListener {
+ public:
+  struct BufferQueue;
+  using RequestRecord = std::map<std::string, std::string>;
+
+  static constexpr int64_t kDefaultReadTimeoutMs = 5000;
+  static constexpr uint64_t kQueuePauseBytes = 8u << 20;
+  static constexpr uint64_t kQueueResumeBytes = 4u << 20;
+
+  WispDownloadExecutor(std::shared_ptr<protocols::IConfigure> config, std::shared_ptr<protocols::IReporter> reporter,
+                       std::shared_ptr<URI> uri);
+  ~WispDownloadExecutor() override;
+  WispDownloadExecutor(const WispDownloadExecutor&) = delete;
+  WispDownloadExecutor& operator=(const WispDownloadExecutor&) = delete;
+
+  DLResultCode Open(const std::shared_ptr<URI>& uri) override;
+  DLResultCode OpenAsync(const std::shared_ptr<URI>& uri) override;
+  DLResultCode WaitOpenResult() override;
+  DLReadResult Read(Packet& packet) override;
+  DLResultCode Seek(int64_t offset) override;
+  int64_t GetFileSize() override;
+  DLResultCode Close() override;
+  bool IsReady() override;
+  // Only "pcdn_not_respond" means something: the PCDN level did not answer
+  // for this resource (reported with the request's record).
+  void SetHint(const std::string& hint) override;
+  std::string GetInfo(const std::string& key) override;
+  std::string GetName() override;
+  int32_t GetExecutorType() override;
+
+  // The player's buffered duration now, from its tunnel: it goes into the next
+  // request and into the player-event text.
+  void SetPlayerBufferDuration(int64_t milliseconds);
+  // The extra-channel description of the running request ("channelType",
+  // "extChannelVol").
+  void GetExtraChannelInfo(std::map<std::string, std::string>* info);
+
+  void OnResponse(wisp::http::IRequestCall* call, std::shared_ptr<wisp::http::Response> response) override;
+  void OnBytes(wisp::http::IRequestCall* call, const uint8_t* data, size_t length) override;
+  void OnError(wisp::http::IRequestCall* call, const wisp::http::Error& error) override;
+  void OnComplete(wisp::http::IRequestCall* call) override;
+  void OnStatusPhase(wisp::http::IRequestCall* call, wisp::http::StatusPhase phase, int64_t value) override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  enum class WaitOutcome { kResponded, kFailed, kInterrupted };
+
+  void ReadSettings(const std::shared_ptr<URI>& uri);
+  // Ends the current call (recording it) and starts one at `seekOffset`
+  // (WispRequestBuilder::kNoSeek: where the request asks).
+  DLResultCode StartRequest(int64_t seekOffset);
+  // Cancels the current call, if any, and keeps its statistics.
+  void EndCurrentRequest();
+  WaitOutcome WaitForResponse();
+  DLResultCode OpenOutcome(WaitOutcome outcome);
+  DLResultCode InterruptedResult();
+  // The queue is drained and its end marked: the end of the data or the call's failure.
+  DLReadResult EndOfDataResult();
+  // After a read: resumes a paused call once the queue is low again.
+  void ResumeIfDrained(const std::shared_ptr<BufferQueue>& queue);
+  void PauseIfFull(wisp::http::IRequestCall* call, const std::shared_ptr<BufferQueue>& queue);
+  // Marks the end of the current call's data.
+  void EndQueue(const std::shared_ptr<BufferQueue>& queue);
+  bool IsCurrent(wisp::http::IRequestCall* call) const { return call != nullptr && call == call_.get(); }
+
+  // Statistics.
+  void RefreshRecord();
+  int64_t CurrentSpeedLocked() const;
+  std::string PlayerEventText();
+  void HashDump();
+  void ReportLastInfo();
+
+  // Constant after construction.
+  const std::shared_ptr<protocols::IConfigure> config_;
+  const std::shared_ptr<protocols::IReporter> reporter_;
+
+  // Written by Open and OpenAsync before their call starts; read-only while
+  // a call runs.
+  std::shared_ptr<URI> uri_;
+  int32_t playerId_ = -1;
+  int32_t index_ = 0;
+  std::string logTag_;
+  int64_t readTimeoutMs_ = kDefaultReadTimeoutMs;
+  bool fastRead_ = false;
+  bool reportLast_ = true;
+  bool enableFill_ = true;
+  bool hashCheck_ = false;
+  bool preload_ = false;
+  int64_t openBufferMs_ = -1;
+
+  mutable std::mutex mutex_;
+  std::condition_variable cv_;
+  // Guarded by mutex_.
+  std::shared_ptr<wisp::http::IRequestCall> call_;
+  std::shared_ptr<wisp::http::Response> response_;
+  wisp::http::Error error_;
+  std::shared_ptr<BufferQueue> queue_;
+  std::string requestUrl_;
+  int64_t requestStart_ = 0;      // offset of the current call's first byte
+  int64_t offset_ = 0;            // offset of the next byte to arrive
+  uint64_t receivedBytes_ = 0;    // by the current call
+  uint64_t totalReceived_ = 0;    // by every call of this executor
+  int64_t totalSize_ = 0;
+  Clock::time_point requestStartTime_{};
+  Clock::time_point responseTime_{};
+  Clock::time_point lastByteTime_{};
+  uint64_t arrivals_ = 0;         // callbacks that may end a wait
+  bool closed_ = false;
+  bool everResponded_ = false;
+  bool ready_ = false;
+  bool timedOut_ = false;
+  bool speedUp_ = false;
+  bool pcdnNotRespond_ = false;
+  int64_t playerBufferMs_ = -1;
+  RequestRecord record_;
+  std::unique_ptr<Sha256> hash_;
+
+  std::mutex flowMutex_;
+  // Written under flowMutex_; read without it as a hint.
+  std::atomic<bool> paused_{false};
+
+  // Read by the stream's thread only.
+  std::atomic<uint64_t> readBytes_{0};
+};
+
+}  // namespace downloader
+
+#endif  // DOWNLOADER_FILTER_WISPDOWNLOADEXECUTOR_H_
