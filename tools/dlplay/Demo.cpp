@@ -16,6 +16,7 @@ namespace {
 constexpr int kDemoSegments = 30;
 constexpr int64_t kDemoSegmentSize = 1024 * 1024;
 constexpr int kDemoSegmentSeconds = 4;
+constexpr int64_t kPendingWritesTimeoutMs = 10000;
 
 // Checks every byte the player reads against the origin's content function.
 class ContentCheck {
@@ -77,27 +78,31 @@ int RunDemo(const Options& options, const std::shared_ptr<IniConfig>& config, st
   std::string url = origin.BaseUrl() + "/hls/demo/index.m3u8?segments=" + std::to_string(kDemoSegments) +
                     "&segment_size=" + std::to_string(kDemoSegmentSize) +
                     "&duration=" + std::to_string(kDemoSegmentSeconds);
-  std::printf("dlplay demo: %d segments of %lld bytes from %s\ncache: %s\n\n", kDemoSegments,
+  // With a JSON report on stdout, the human text goes to stderr.
+  FILE* text = jsonOut != nullptr ? stderr : stdout;
+  std::fprintf(text, "dlplay demo: %d segments of %lld bytes from %s\ncache: %s\n\n", kDemoSegments,
               static_cast<long long>(kDemoSegmentSize), url.c_str(), cacheDir.string().c_str());
 
   DemoPlay overHttp;
   DemoPlay fromCache;
-  bool played = PlayOnce(options, config, url, jsonOut, origin, &overHttp) &&
-                PlayOnce(options, config, url, jsonOut, origin, &fromCache);
+  bool played = PlayOnce(options, config, url, jsonOut, origin, &overHttp);
+  // Segment writes land on the storage thread; the replay should find them all.
+  played = played && downloader::storage::CacheWriter::WaitForPendingWrites(kPendingWritesTimeoutMs) &&
+           PlayOnce(options, config, url, jsonOut, origin, &fromCache);
   origin.Stop();
   if (!played) return 1;
 
-  std::printf("%s\n", PlaySummary::FormatSideBySide("first play (HTTP)", overHttp.summary,
+  std::fprintf(text, "%s\n", PlaySummary::FormatSideBySide("first play (HTTP)", overHttp.summary,
                                                     "second play (cache)", fromCache.summary)
                           .c_str());
-  std::printf("  %-16s %-22s %s\n", "content", overHttp.contentRight ? "every byte right" : "WRONG BYTES",
+  std::fprintf(text, "  %-18s %-22s %s\n", "content", overHttp.contentRight ? "every byte right" : "WRONG BYTES",
               fromCache.contentRight ? "every byte right" : "WRONG BYTES");
-  std::printf("  %-16s %-22lld %lld\n", "origin requests", static_cast<long long>(overHttp.originRequests),
+  std::fprintf(text, "  %-18s %-22lld %lld\n", "origin requests", static_cast<long long>(overHttp.originRequests),
               static_cast<long long>(fromCache.originRequests));
 
   bool allRight = overHttp.contentRight && fromCache.contentRight && overHttp.summary.failures() == 0 &&
                   fromCache.summary.failures() == 0 && fromCache.summary.cacheHits() == kDemoSegments;
-  std::printf("\n%s\n", allRight ? "demo: both plays read every byte right; the second came from the cache."
+  std::fprintf(text, "\n%s\n", allRight ? "demo: both plays read every byte right; the second came from the cache."
                                  : "demo: FAILED (see above)");
   return allRight ? 0 : 1;
 }

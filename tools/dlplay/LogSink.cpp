@@ -14,7 +14,7 @@ void OnLine(int level, const char* line) {
   std::lock_guard<std::mutex> lock(g_mutex);
   if (g_file != nullptr) {
     std::fputs(line, g_file);
-  } else if (level >= DL_LOG_WARN) {
+  } else if (level >= DL_LOG_ERROR) {
     std::fputs(line, stderr);
   }
 }
@@ -33,7 +33,7 @@ bool LogSink::Install(const std::string& path, std::string* error) {
     }
   }
   dl_set_quill_callback(&OnLine);
-  dl_set_log_level(path.empty() ? DL_LOG_WARN : DL_LOG_DEBUG);
+  dl_set_log_level(path.empty() ? DL_LOG_ERROR : DL_LOG_DEBUG);
   return true;
 }
 

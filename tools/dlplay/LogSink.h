@@ -1,6 +1,6 @@
 // Where dlplay sends the library's log lines and reports: a file (--log), or
 // stderr for warnings and errors only. Thread-safe: the library logs from its
-// own threads.
+// own threads. Without a file only errors reach stderr.
 #ifndef TOOLS_DLPLAY_LOGSINK_H_
 #define TOOLS_DLPLAY_LOGSINK_H_
 
@@ -13,7 +13,7 @@ namespace dlplay {
 class LogSink {
  public:
   // Registers the library's line callback; an empty path logs warnings and
-  // errors to stderr. False when the file cannot be opened.
+  // stderr. False when the file cannot be opened.
   static bool Install(const std::string& path, std::string* error);
   static void Uninstall();
   static void Write(const std::string& line);

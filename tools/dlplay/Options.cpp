@@ -65,7 +65,7 @@ std::string UsageText() {
          "  --reader-rate BYTES/S  read no faster than this, as a slow player\n"
          "  --buffer-ms N          the player's buffer to report to the tunnel\n"
          "  --variant N            the variant of a master playlist (default: highest bandwidth)\n"
-         "  --log FILE             the library's log lines (default: warnings to stderr)\n"
+         "  --log FILE             the library's log lines (default: errors to stderr)\n"
          "  --report json          one JSON object per request on stdout\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
          "  --help                 this text\n";

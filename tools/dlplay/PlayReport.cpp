@@ -94,7 +94,7 @@ std::string PlaySummary::Format(const std::string& title, const PlaySummary& sum
   std::string text = title + "\n";
   for (const auto& row : summary.Rows()) {
     char line[128];
-    std::snprintf(line, sizeof(line), "  %-16s %s\n", row.first.c_str(), row.second.c_str());
+    std::snprintf(line, sizeof(line), "  %-18s %s\n", row.first.c_str(), row.second.c_str());
     text += line;
   }
   return text;
@@ -105,10 +105,10 @@ std::string PlaySummary::FormatSideBySide(const std::string& leftTitle, const Pl
   auto leftRows = left.Rows();
   auto rightRows = right.Rows();
   char line[160];
-  std::snprintf(line, sizeof(line), "  %-16s %-22s %s\n", "", leftTitle.c_str(), rightTitle.c_str());
+  std::snprintf(line, sizeof(line), "  %-18s %-22s %s\n", "", leftTitle.c_str(), rightTitle.c_str());
   std::string text = line;
   for (size_t i = 0; i < std::min(leftRows.size(), rightRows.size()); ++i) {
-    std::snprintf(line, sizeof(line), "  %-16s %-22s %s\n", leftRows[i].first.c_str(),
+    std::snprintf(line, sizeof(line), "  %-18s %-22s %s\n", leftRows[i].first.c_str(),
                   leftRows[i].second.c_str(), rightRows[i].second.c_str());
     text += line;
   }
