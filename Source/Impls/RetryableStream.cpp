@@ -549,6 +549,9 @@ std::string RetryableStream::GetInfo(const std::string& key) {
     return tracker;
   }
   if (key == "stream_type") return ReadParam("stream_type", std::string());
+  // The serving executor's own name ("CACHE", "WISP", ...), for hosts that
+  // report which channel served a request.
+  if (key == "executor") return executor_ ? executor_->GetName() : std::string();
   if (key == "memory_usage") {
     std::string usage = executor_ ? executor_->GetInfo("memory_usage") : std::string();
     return usage.empty() ? "0" : usage;

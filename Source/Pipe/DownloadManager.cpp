@@ -1,5 +1,8 @@
 #include <downloader/Pipe/DownloadManager.h>
 
+#include <downloader/Storage/CacheWriter.h>
+#include <downloader/Storage/IDataStore.h>
+
 #include <utility>
 #include <vector>
 
@@ -182,7 +185,11 @@ std::string DownloadManager::GetLocalCachePath() {
   return folder;
 }
 
-void DownloadManager::PrepareCacheStorage(const std::string& /*cacheRoot*/) {}
+void DownloadManager::PrepareCacheStorage(const std::string& cacheRoot) {
+  // Initialises the disk adapter provider too, so that streams may write
+  // segments from now on.
+  storage::CacheWriter::SetCacheRoot(cacheRoot);
+}
 
 void DownloadManager::RegisterDownloadCompleteListener(int32_t playerId, CompleteListener listener) {
   DL_LOGI << "registercompletelistener,player:" << playerId;
@@ -218,9 +225,12 @@ int32_t DownloadManager::GetCacheStatus(const std::shared_ptr<URI>& uri) {
   std::shared_ptr<protocols::IConfigure> config = latestConfig_;
   bool segmentStore = ReadConfigBool(config, kDownloaderConfigGroup, "enable_segment_writer", false) ||
                       ReadConfigBool(config, kDownloaderConfigGroup, "force_segment_writer", false);
-  // Neither the segment store nor the plain disk cache answers yet.
   DL_LOGD << "getcachestatus,file:" << uri->GetStringRep() << ",segment_store:" << segmentStore;
-  return kDLCacheNone;
+  if (!segmentStore) return kDLCacheNone;
+  std::shared_ptr<storage::IDataStore> store = storage::CacheWriter::AcquireDataStore(config, uri);
+  if (!store || store->GetDownloadedSize() <= 0) return kDLCacheNone;
+  int64_t total = store->GetTotalSize();
+  return total > 0 && store->GetDownloadedSize() >= total ? kDLCacheComplete : kDLCachePartial;
 }
 
 int32_t DownloadManager::GetXcdnStatus(const std::shared_ptr<URI>& uri) const {

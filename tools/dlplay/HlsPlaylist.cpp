@@ -1,0 +1,196 @@
+#include "HlsPlaylist.h"
+
+#include <cstdlib>
+#include <sstream>
+
+#include "UrlResolver.h"
+
+namespace dlplay {
+namespace {
+
+constexpr char kHeaderTag[] = "#EXTM3U";
+constexpr char kStreamInfTag[] = "#EXT-X-STREAM-INF:";
+constexpr char kSegmentInfTag[] = "#EXTINF:";
+constexpr char kByteRangeTag[] = "#EXT-X-BYTERANGE:";
+constexpr char kMediaSequenceTag[] = "#EXT-X-MEDIA-SEQUENCE:";
+constexpr char kTargetDurationTag[] = "#EXT-X-TARGETDURATION:";
+constexpr char kEndListTag[] = "#EXT-X-ENDLIST";
+constexpr char kUtf8ByteOrderMark[] = "\xEF\xBB\xBF";
+
+bool StartsWith(const std::string& text, const char* prefix, std::string* rest = nullptr) {
+  size_t length = std::char_traits<char>::length(prefix);
+  if (text.compare(0, length, prefix) != 0) return false;
+  if (rest != nullptr) *rest = text.substr(length);
+  return true;
+}
+
+std::string Trim(const std::string& text) {
+  size_t first = text.find_first_not_of(" \t\r");
+  if (first == std::string::npos) return std::string();
+  size_t last = text.find_last_not_of(" \t\r");
+  return text.substr(first, last - first + 1);
+}
+
+// The value of NAME in an attribute list such as BANDWIDTH=800000,CODECS="a,b".
+std::string AttributeValue(const std::string& attributes, const std::string& name) {
+  size_t at = 0;
+  while (at < attributes.size()) {
+    size_t equals = attributes.find('=', at);
+    if (equals == std::string::npos) return std::string();
+    std::string key = Trim(attributes.substr(at, equals - at));
+    size_t valueStart = equals + 1;
+    size_t valueEnd;
+    std::string value;
+    if (valueStart < attributes.size() && attributes[valueStart] == '"') {
+      size_t closing = attributes.find('"', valueStart + 1);
+      if (closing == std::string::npos) closing = attributes.size();
+      value = attributes.substr(valueStart + 1, closing - valueStart - 1);
+      valueEnd = attributes.find(',', closing);
+    } else {
+      valueEnd = attributes.find(',', valueStart);
+      value = attributes.substr(valueStart, valueEnd == std::string::npos ? std::string::npos : valueEnd - valueStart);
+    }
+    if (key == name) return Trim(value);
+    if (valueEnd == std::string::npos) return std::string();
+    at = valueEnd + 1;
+  }
+  return std::string();
+}
+
+uint64_t ParseUnsigned(const std::string& text) {
+  long long value = std::strtoll(text.c_str(), nullptr, 10);
+  return value < 0 ? 0 : static_cast<uint64_t>(value);
+}
+
+double ParseSeconds(const std::string& text) {
+  double value = std::strtod(text.c_str(), nullptr);
+  return value > 0 ? value : 0;
+}
+
+// Walks the lines once, remembering which tag announced the next URI line.
+class Parser {
+ public:
+  Parser(const std::string& baseUrl, HlsPlaylist* playlist) : baseUrl_(baseUrl), playlist_(playlist) {}
+
+  bool Line(const std::string& line, std::string* error) {
+    std::string rest;
+    if (line.empty()) return true;
+    if (StartsWith(line, kStreamInfTag, &rest)) {
+      pendingVariant_ = true;
+      variant_ = HlsVariant();
+      variant_.bandwidth = ParseUnsigned(AttributeValue(rest, "BANDWIDTH"));
+      variant_.resolution = AttributeValue(rest, "RESOLUTION");
+    } else if (StartsWith(line, kSegmentInfTag, &rest)) {
+      pendingSegment_ = true;
+      segment_.durationSeconds = ParseSeconds(rest);
+    } else if (StartsWith(line, kByteRangeTag, &rest)) {
+      ParseByteRange(rest);
+    } else if (StartsWith(line, kMediaSequenceTag, &rest)) {
+      nextSequence_ = ParseUnsigned(rest);
+    } else if (StartsWith(line, kTargetDurationTag, &rest)) {
+      playlist_->targetDurationSeconds = ParseSeconds(rest);
+    } else if (StartsWith(line, kEndListTag)) {
+      playlist_->endList = true;
+    } else if (line[0] != '#') {
+      return Uri(line, error);
+    }
+    return true;
+  }
+
+  bool Finish(std::string* error) {
+    if (pendingVariant_ || pendingSegment_) {
+      *error = "a tag announces a URI but the playlist ends";
+      return false;
+    }
+    if (!playlist_->variants.empty() && !playlist_->segments.empty()) {
+      *error = "the playlist lists both variants and segments";
+      return false;
+    }
+    playlist_->kind = playlist_->variants.empty() ? HlsPlaylist::Kind::kMedia : HlsPlaylist::Kind::kMaster;
+    return true;
+  }
+
+ private:
+  // "LENGTH[@OFFSET]"; without an offset the range follows the previous one.
+  void ParseByteRange(const std::string& value) {
+    size_t at = value.find('@');
+    segment_.rangeLength = static_cast<int64_t>(ParseUnsigned(value.substr(0, at)));
+    segment_.rangeStart =
+        at == std::string::npos ? nextRangeStart_ : static_cast<int64_t>(ParseUnsigned(value.substr(at + 1)));
+  }
+
+  bool Uri(const std::string& line, std::string* error) {
+    std::string absolute = ResolveUrl(baseUrl_, line);
+    if (pendingVariant_) {
+      variant_.uri = absolute;
+      playlist_->variants.push_back(variant_);
+      pendingVariant_ = false;
+    } else if (pendingSegment_) {
+      segment_.uri = absolute;
+      segment_.sequence = nextSequence_++;
+      playlist_->segments.push_back(segment_);
+      nextRangeStart_ = segment_.rangeLength >= 0 ? segment_.rangeStart + segment_.rangeLength : 0;
+      segment_ = HlsSegment();
+      pendingSegment_ = false;
+    } else {
+      *error = "a URI line that no tag announced: " + line;
+      return false;
+    }
+    return true;
+  }
+
+  const std::string baseUrl_;
+  HlsPlaylist* playlist_;
+  bool pendingVariant_ = false;
+  bool pendingSegment_ = false;
+  HlsVariant variant_;
+  HlsSegment segment_;
+  uint64_t nextSequence_ = 0;
+  int64_t nextRangeStart_ = 0;
+};
+
+}  // namespace
+
+int HlsPlaylist::BestVariant() const {
+  int best = -1;
+  for (size_t i = 0; i < variants.size(); ++i) {
+    if (best < 0 || variants[i].bandwidth > variants[best].bandwidth) best = static_cast<int>(i);
+  }
+  return best;
+}
+
+bool ParseHlsPlaylist(const std::string& text, const std::string& baseUrl, HlsPlaylist* playlist,
+                      std::string* error) {
+  *playlist = HlsPlaylist();
+  std::istringstream lines(text);
+  std::string line;
+  bool sawHeader = false;
+  Parser parser(baseUrl, playlist);
+  while (std::getline(lines, line)) {
+    line = Trim(line);
+    if (!sawHeader) {
+      if (line.empty()) continue;
+      StartsWith(line, kUtf8ByteOrderMark, &line);
+      if (line != kHeaderTag) {
+        *error = "not a playlist: the first line is not " + std::string(kHeaderTag);
+        return false;
+      }
+      sawHeader = true;
+      continue;
+    }
+    if (!parser.Line(line, error)) return false;
+  }
+  if (!sawHeader) {
+    *error = "not a playlist: empty";
+    return false;
+  }
+  return parser.Finish(error);
+}
+
+bool LooksLikePlaylistUrl(const std::string& url) {
+  std::string path = url.substr(0, url.find_first_of("?#"));
+  const std::string suffix = ".m3u8";
+  return path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+}  // namespace dlplay

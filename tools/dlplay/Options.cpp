@@ -1,0 +1,150 @@
+#include "Options.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+namespace dlplay {
+namespace {
+
+// True with `number` set when all of `text` is a decimal number.
+bool ParseWholeNumber(const std::string& text, int64_t* number) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  long long value = std::strtoll(text.c_str(), &end, 10);
+  if (end == nullptr || *end != '\0') return false;
+  *number = value;
+  return true;
+}
+
+bool SplitOnce(const std::string& text, char separator, std::string* left, std::string* right) {
+  size_t at = text.find(separator);
+  if (at == std::string::npos || at == 0) return false;
+  *left = text.substr(0, at);
+  *right = text.substr(at + 1);
+  return true;
+}
+
+bool ParseRange(const std::string& text, Options* options) {
+  std::string first, last;
+  size_t dash = text.find('-');
+  if (dash == std::string::npos) return false;
+  first = text.substr(0, dash);
+  last = text.substr(dash + 1);
+  int64_t start = 0;
+  if (!ParseWholeNumber(first, &start) || start < 0) return false;
+  int64_t end = -1;
+  if (!last.empty() && (!ParseWholeNumber(last, &end) || end < start)) return false;
+  options->rangeStart = start;
+  options->rangeEnd = end;
+  return true;
+}
+
+bool ParseSetting(const std::string& text, Options* options) {
+  std::string name, value, group, key;
+  if (!SplitOnce(text, '=', &name, &value)) return false;
+  if (!SplitOnce(name, '.', &group, &key)) return false;
+  options->settings.push_back({group, {key, value}});
+  return true;
+}
+
+}  // namespace
+
+std::string UsageText() {
+  return "usage: dlplay [options] [URL]\n"
+         "\n"
+         "Plays URL (a media file or an HLS playlist) through the downloader the way a\n"
+         "player would. Without URL, runs the demo: a synthetic HLS rendition served on\n"
+         "loopback, played over HTTP with segment writing on, then again from the cache.\n"
+         "\n"
+         "  --cache DIR            disk cache folder (default " + DefaultCacheDir() + ")\n"
+         "  --config FILE          settings, INI style: [group] then key = value lines\n"
+         "  --set GROUP.KEY=VALUE  one setting, over the file (repeatable)\n"
+         "  --param KEY=VALUE      a request parameter for every request (repeatable)\n"
+         "  --out PATH             save what was read (segments appended in order)\n"
+         "  --range A-B            read bytes A to B inclusive (B may be left out)\n"
+         "  --reader-rate BYTES/S  read no faster than this, as a slow player\n"
+         "  --buffer-ms N          the player's buffer to report to the tunnel\n"
+         "  --variant N            the variant of a master playlist (default: highest bandwidth)\n"
+         "  --log FILE             the library's log lines (default: errors to stderr)\n"
+         "  --report json          one JSON object per request on stdout\n"
+         "  --engine PATH          map a peer-CDN engine library before playing\n"
+         "  --help                 this text\n";
+}
+
+std::string DefaultCacheDir() {
+  namespace fs = std::filesystem;
+  if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg != nullptr && *xdg != '\0') {
+    return (fs::path(xdg) / "dlplay").string();
+  }
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
+    return (fs::path(home) / ".cache" / "dlplay").string();
+  }
+  std::error_code ignored;
+  return (fs::temp_directory_path(ignored) / "dlplay-cache").string();
+}
+
+ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, std::string* error) {
+  *options = Options();
+  options->cacheDir = DefaultCacheDir();
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (arg == "--help" || arg == "-h") return ParseOutcome::kHelp;
+    bool takesValue = arg.size() > 2 && arg.compare(0, 2, "--") == 0;
+    if (!takesValue) {
+      if (!options->url.empty()) {
+        *error = "more than one URL: " + arg;
+        return ParseOutcome::kError;
+      }
+      options->url = arg;
+      continue;
+    }
+    if (i + 1 >= argc) {
+      *error = arg + " needs a value";
+      return ParseOutcome::kError;
+    }
+    std::string value = argv[++i];
+    int64_t number = 0;
+    bool ok = true;
+    if (arg == "--cache") {
+      options->cacheDir = value;
+    } else if (arg == "--config") {
+      options->configFile = value;
+    } else if (arg == "--set") {
+      ok = ParseSetting(value, options);
+    } else if (arg == "--param") {
+      std::string key, paramValue;
+      ok = SplitOnce(value, '=', &key, &paramValue);
+      if (ok) options->params[key] = paramValue;
+    } else if (arg == "--out") {
+      options->outPath = value;
+    } else if (arg == "--range") {
+      ok = ParseRange(value, options);
+    } else if (arg == "--reader-rate") {
+      ok = ParseWholeNumber(value, &number) && number > 0;
+      options->readerRate = static_cast<uint64_t>(number);
+    } else if (arg == "--buffer-ms") {
+      ok = ParseWholeNumber(value, &number) && number >= 0;
+      options->bufferMs = number;
+    } else if (arg == "--variant") {
+      ok = ParseWholeNumber(value, &number) && number >= 0 && number < (1 << 20);
+      options->variant = static_cast<int>(number);
+    } else if (arg == "--log") {
+      options->logFile = value;
+    } else if (arg == "--report") {
+      ok = value == "json";
+      options->jsonReport = ok;
+    } else if (arg == "--engine") {
+      options->enginePath = value;
+    } else {
+      *error = "unknown option " + arg;
+      return ParseOutcome::kError;
+    }
+    if (!ok) {
+      *error = "bad value for " + arg + ": " + value;
+      return ParseOutcome::kError;
+    }
+  }
+  return ParseOutcome::kRun;
+}
+
+}  // namespace dlplay

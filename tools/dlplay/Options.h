@@ -1,0 +1,43 @@
+// dlplay's command line.
+#ifndef TOOLS_DLPLAY_OPTIONS_H_
+#define TOOLS_DLPLAY_OPTIONS_H_
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace dlplay {
+
+struct Options {
+  std::string url;  // empty: run the demo
+  std::string cacheDir;
+  std::string configFile;
+  // (group, key, value) from --set, applied over the configuration file.
+  std::vector<std::pair<std::string, std::pair<std::string, std::string>>> settings;
+  std::map<std::string, std::string> params;  // --param, added to every request
+  std::string outPath;
+  int64_t rangeStart = -1;
+  int64_t rangeEnd = -1;  // inclusive, -1: to the end
+  uint64_t readerRate = 0;  // bytes per second, 0: as fast as possible
+  int64_t bufferMs = -1;    // the player's buffer to report, -1: derived from the play
+  std::string logFile;
+  bool jsonReport = false;
+  std::string enginePath;
+  int variant = -1;  // -1: highest bandwidth
+};
+
+enum class ParseOutcome { kRun, kHelp, kError };
+
+ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, std::string* error);
+
+std::string UsageText();
+
+// $XDG_CACHE_HOME/dlplay, else $HOME/.cache/dlplay, else a folder under the
+// system's temporary directory.
+std::string DefaultCacheDir();
+
+}  // namespace dlplay
+
+#endif  // TOOLS_DLPLAY_OPTIONS_H_

@@ -1,0 +1,77 @@
+// What dlplay tells about a play: one record per request (printed as one JSON
+// object per line with --report json) and a summary per play.
+//
+// The JSON members, stable across versions (new members may be added):
+//   url        the request's URL
+//   levels     the download levels tried, in order (0 cache, 1 PCDN, 2 local
+//              file, 4 HTTP)
+//   level      the level that served the request last
+//   executor   that level's executor name ("CACHE", "SEGMENT", "WISP", ...)
+//   code       the request's outcome: 0 read to the end, 1 failed
+//   sub_code   the failure's sub-code (0 on success)
+//   sub_tag    the sub-code's four characters ("H404"), "" when none
+//   bytes      bytes read
+//   sha256     hex SHA-256 of the bytes read
+//   ms         milliseconds from open to close
+//   cache_hit  true when the disk cache served the request
+#ifndef TOOLS_DLPLAY_PLAYREPORT_H_
+#define TOOLS_DLPLAY_PLAYREPORT_H_
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace dlplay {
+
+struct RequestReport {
+  std::string url;
+  std::vector<int> levels;
+  int level = -1;
+  std::string executor;
+  int code = 0;
+  int64_t subCode = 0;
+  uint64_t bytes = 0;
+  std::string sha256;
+  int64_t ms = 0;
+  bool cacheHit = false;
+  int downgrades = 0;
+
+  std::string ToJson() const;
+};
+
+// "0>1>4" as the stream's level tracker writes it.
+std::vector<int> ParseLevelTrail(const std::string& trail);
+
+class PlaySummary {
+ public:
+  void Add(const RequestReport& report);
+
+  uint64_t bytes() const { return bytes_; }
+  int requests() const { return requests_; }
+  int failures() const { return failures_; }
+  int cacheHits() const { return cacheHits_; }
+  int downgrades() const { return downgrades_; }
+  int64_t milliseconds() const { return milliseconds_; }
+  const std::map<int, uint64_t>& bytesPerLevel() const { return bytesPerLevel_; }
+  double MeanSpeedMiBps() const;
+
+  // Rows of "name value" lines, for one play or two side by side.
+  std::vector<std::pair<std::string, std::string>> Rows() const;
+  static std::string Format(const std::string& title, const PlaySummary& summary);
+  static std::string FormatSideBySide(const std::string& leftTitle, const PlaySummary& left,
+                                      const std::string& rightTitle, const PlaySummary& right);
+
+ private:
+  uint64_t bytes_ = 0;
+  int requests_ = 0;
+  int failures_ = 0;
+  int cacheHits_ = 0;
+  int downgrades_ = 0;
+  int64_t milliseconds_ = 0;
+  std::map<int, uint64_t> bytesPerLevel_;
+};
+
+}  // namespace dlplay
+
+#endif  // TOOLS_DLPLAY_PLAYREPORT_H_

@@ -1,0 +1,193 @@
+#include "Player.h"
+
+#include <algorithm>
+#include <thread>
+#include <vector>
+
+#include "Sha256.h"
+
+namespace dlplay {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kReadPacketSize = 64 * 1024;
+constexpr int32_t kPlayerId = 1;
+constexpr char kPlaylistHeader[] = "#EXTM3U";
+
+int64_t MillisecondsSince(Clock::time_point began) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began).count();
+}
+
+}  // namespace
+
+Player::Player(const Options& options, std::shared_ptr<protocols::IConfigure> config,
+               std::shared_ptr<protocols::IReporter> reporter, std::ostream* jsonOut, bool quiet)
+    : options_(options), config_(std::move(config)), reporter_(std::move(reporter)), jsonOut_(jsonOut),
+      progress_(quiet) {
+  tunnel_ = downloader::KestrelTunnel::CreateKestrelTunnel(downloader::ITunnelConfig(), config_, reporter_);
+  tunnel_->SetStreamSettings({{"player_id", std::to_string(kPlayerId)}});
+  if (!options_.outPath.empty()) out_.open(options_.outPath, std::ios::binary | std::ios::trunc);
+}
+
+Player::~Player() { downloader::KestrelTunnel::DestoryKestrelTunnel(tunnel_); }
+
+bool Player::Play(const std::string& url, PlaySummary* summary, std::string* error) {
+  if (!options_.outPath.empty() && !out_) {
+    *error = "cannot write " + options_.outPath;
+    return false;
+  }
+  if (!LooksLikePlaylistUrl(url)) {
+    progress_.BeginRequest(1, 1, url);
+    Fetch fetch = FetchResource(url, options_.rangeStart, options_.rangeEnd, false);
+    Record(fetch.report, summary);
+    progress_.Finish();
+    return true;
+  }
+  HlsPlaylist playlist;
+  if (!ReadPlaylist(url, &playlist, summary, error)) return false;
+  uint64_t bitRate = 0;
+  if (playlist.kind == HlsPlaylist::Kind::kMaster) {
+    int variant = options_.variant >= 0 ? options_.variant : playlist.BestVariant();
+    if (variant < 0 || variant >= static_cast<int>(playlist.variants.size())) {
+      *error = "no variant " + std::to_string(variant) + " in " + url;
+      return false;
+    }
+    bitRate = playlist.variants[variant].bandwidth;
+    std::string mediaUrl = playlist.variants[variant].uri;
+    if (!ReadPlaylist(mediaUrl, &playlist, summary, error)) return false;
+    if (playlist.kind != HlsPlaylist::Kind::kMedia) {
+      *error = mediaUrl + " is not a media playlist";
+      return false;
+    }
+  }
+  bool played = PlayMedia(playlist, bitRate, summary);
+  progress_.Finish();
+  return played;
+}
+
+bool Player::ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySummary* summary,
+                          std::string* error) {
+  Fetch fetch = FetchResource(url, -1, -1, true);
+  Record(fetch.report, summary);
+  if (fetch.report.code != 0) {
+    *error = "cannot read the playlist " + url + " (" + downloader::SubCodeTag(fetch.report.subCode) + ")";
+    return false;
+  }
+  if (fetch.body.compare(0, sizeof(kPlaylistHeader) - 1, kPlaylistHeader) != 0 &&
+      fetch.body.find(kPlaylistHeader) == std::string::npos) {
+    *error = url + " is not an HLS playlist";
+    return false;
+  }
+  return ParseHlsPlaylist(fetch.body, url, playlist, error);
+}
+
+bool Player::PlayMedia(const HlsPlaylist& playlist, uint64_t bitRate, PlaySummary* summary) {
+  bitRate_ = bitRate;
+  int count = static_cast<int>(playlist.segments.size());
+  for (int index = 0; index < count; ++index) {
+    const HlsSegment& segment = playlist.segments[index];
+    progress_.BeginRequest(index + 1, count, segment.uri);
+    ReportPlayerState();
+    int64_t rangeEnd = segment.rangeLength > 0 ? segment.rangeStart + segment.rangeLength - 1 : -1;
+    Fetch fetch = FetchResource(segment.uri, segment.rangeStart, rangeEnd, false);
+    Record(fetch.report, summary);
+    if (fetch.report.code == 0) bufferedMediaMs_ += segment.durationSeconds * 1000.0;
+    if (!playing_) {
+      playing_ = true;
+      playStarted_ = Clock::now();
+    }
+  }
+  return true;
+}
+
+int Player::BufferedMs() const {
+  if (options_.bufferMs >= 0) return static_cast<int>(options_.bufferMs);
+  double played = playing_ ? static_cast<double>(MillisecondsSince(playStarted_)) : 0;
+  return static_cast<int>(std::max(0.0, bufferedMediaMs_ - played));
+}
+
+void Player::ReportPlayerState() {
+  int bufferedMs = BufferedMs();
+  downloader::PulseData pulse;
+  downloader::PulseDataDef<int>(downloader::kPulseBufferDurationKey).Write(&pulse, bufferedMs);
+  if (bitRate_ > 0) {
+    downloader::PulseDataDef<int64_t>(downloader::kPulseBitRateKey).Write(&pulse, static_cast<int64_t>(bitRate_));
+  }
+  tunnel_->NotifyPulseDataUpdated(pulse);
+  tunnel_->UpdateBufferState(bufferedMs > 0 || !playing_ ? downloader::kBufferStateReady
+                                                         : downloader::kBufferStateBuffering);
+}
+
+void Player::PaceReader(uint64_t bytesSoFar, Clock::time_point began) {
+  if (options_.readerRate == 0) return;
+  // A slow player: it takes bytes no faster than its rate.
+  auto due = began + std::chrono::microseconds(bytesSoFar * 1000000 / options_.readerRate);
+  std::this_thread::sleep_until(due);
+}
+
+Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, int64_t rangeEnd, bool keepBody) {
+  Fetch fetch;
+  RequestReport& report = fetch.report;
+  report.url = url;
+  downloader::URIBuilder builder = downloader::URIBuilder::New();
+  builder.params = options_.params;
+  builder.params["player_id"] = std::to_string(kPlayerId);
+  if (rangeStart >= 0) builder.params["range_start"] = std::to_string(rangeStart);
+  if (rangeEnd >= 0) builder.params["range_end"] = std::to_string(rangeEnd);
+  std::shared_ptr<downloader::URI> uri = builder.SetUrl(url).Build();
+
+  Clock::time_point began = Clock::now();
+  std::shared_ptr<downloader::IStream> stream = tunnel_->Acquire();
+  DLResultCode opened = stream->Open(uri);
+  Sha256 digest;
+  if (opened.code != kDLSuccess) {
+    report.code = kDLFailure;
+    report.subCode = opened.subCode;
+  } else {
+    std::vector<uint8_t> packet(kReadPacketSize);
+    uint64_t offset = rangeStart > 0 ? static_cast<uint64_t>(rangeStart) : 0;
+    Clock::time_point lastState = began;
+    for (;;) {
+      DLReadResult result = stream->Read(packet.data(), packet.size());
+      if (result.code == kDLEndOfData) break;
+      if (result.code != kDLSuccess) {
+        report.code = kDLFailure;
+        report.subCode = result.subCode;
+        break;
+      }
+      if (result.bytes == 0) continue;
+      digest.Update(packet.data(), result.bytes);
+      if (keepBody) fetch.body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
+      if (!keepBody && out_) out_.write(reinterpret_cast<const char*>(packet.data()), result.bytes);
+      if (!keepBody && sink_) sink_(url, offset, packet.data(), result.bytes);
+      offset += result.bytes;
+      report.bytes += result.bytes;
+      std::vector<int> trail = ParseLevelTrail(stream->GetInfo("level_tracker"));
+      progress_.Update(report.bytes, trail.empty() ? -1 : trail.back());
+      PaceReader(report.bytes, began);
+      if (Clock::now() - lastState > std::chrono::milliseconds(500)) {
+        ReportPlayerState();
+        lastState = Clock::now();
+      }
+    }
+  }
+  report.levels = ParseLevelTrail(stream->GetInfo("level_tracker"));
+  report.level = report.levels.empty() ? -1 : report.levels.back();
+  report.downgrades = report.levels.empty() ? 0 : static_cast<int>(report.levels.size()) - 1;
+  report.executor = stream->GetInfo("executor");
+  report.cacheHit = report.code == 0 && report.level == kDLLevelCache;
+  report.sha256 = digest.HexDigest();
+  stream->Close();
+  tunnel_->Release(stream);
+  report.ms = MillisecondsSince(began);
+  progress_.EndRequest(report.bytes, report.level, report.code, downloader::SubCodeTag(report.subCode));
+  return fetch;
+}
+
+void Player::Record(const RequestReport& report, PlaySummary* summary) {
+  summary->Add(report);
+  if (jsonOut_ != nullptr) *jsonOut_ << report.ToJson() << std::endl;
+}
+
+}  // namespace dlplay

@@ -1,0 +1,39 @@
+// Progress of a play on stderr: a bar redrawn in place on a terminal, plain
+// lines (one per request) otherwise.
+//
+// Called from the playing thread only.
+#ifndef TOOLS_DLPLAY_PROGRESS_H_
+#define TOOLS_DLPLAY_PROGRESS_H_
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace dlplay {
+
+class Progress {
+ public:
+  explicit Progress(bool quiet);
+
+  void BeginRequest(int index, int count, const std::string& name);
+  // Bytes of the current request so far and the level serving it.
+  void Update(uint64_t requestBytes, int level);
+  void EndRequest(uint64_t requestBytes, int level, int code, const std::string& subTag);
+  void Finish();
+
+ private:
+  void Draw(uint64_t requestBytes, int level, bool force);
+
+  const bool quiet_;
+  const bool terminal_;
+  int index_ = 0;
+  int count_ = 0;
+  std::string name_;
+  uint64_t totalBytes_ = 0;
+  std::chrono::steady_clock::time_point started_;
+  std::chrono::steady_clock::time_point lastDraw_;
+};
+
+}  // namespace dlplay
+
+#endif  // TOOLS_DLPLAY_PROGRESS_H_
