@@ -33,6 +33,16 @@ std::shared_ptr<BufferChunk> BufferChunk::AllocBufferChunk(const void* source, u
   return chunk;
 }
 
+std::shared_ptr<BufferChunk> BufferChunk::AllocBufferChunkFilledBy(uint64_t size,
+                                                                 const std::function<bool(uint8_t*)>& fill) {
+  if (size == 0 || !fill) return nullptr;
+  std::shared_ptr<BufferChunk> chunk(new (std::nothrow) BufferChunk(size));
+  if (!chunk) return nullptr;
+  chunk->data_ = new (std::nothrow) uint8_t[size];
+  if (chunk->data_ == nullptr || !fill(chunk->data_)) return nullptr;
+  return chunk;
+}
+
 std::shared_ptr<BufferChunk> BufferChunk::AllocFlaggedChunk(int32_t flag, int32_t infoCode) {
   std::shared_ptr<BufferChunk> chunk(new (std::nothrow) BufferChunk(0));
   if (!chunk) return nullptr;

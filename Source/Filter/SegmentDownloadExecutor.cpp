@@ -194,9 +194,8 @@ void SegmentDownloadExecutor::OnOpen(int64_t fileSize) {
   changed_.notify_all();
 }
 
-void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, const uint8_t* bytes, uint64_t size) {
-  // Copied before the lock, so that a reading stream never waits for it.
-  std::shared_ptr<BufferChunk> chunk = BufferChunk::AllocBufferChunk(bytes, size);
+void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, std::shared_ptr<BufferChunk> bytes) {
+  uint64_t size = bytes ? bytes->GetSize() : 0;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) {
@@ -205,11 +204,11 @@ void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, const uint8_t* byte
     }
     DL_LOGT << tag_ << "onsegmentbyte,current offset:" << startOffset_ << ",current size:" << received_
             << ",offset:" << offset << ",size:" << size;
-    if (offset != startOffset_ + static_cast<int64_t>(received_) || size == 0 || !chunk) {
+    if (offset != startOffset_ + static_cast<int64_t>(received_) || size == 0) {
       DL_LOGD << tag_ << "onsegmentbyte,invalid offset,size:" << size;
       return;
     }
-    queue_.AppendData(std::move(chunk));
+    queue_.AppendData(std::move(bytes));
     received_ += size;
     DL_LOGT << tag_ << "onsegmentbyte,append";
   }

@@ -54,7 +54,7 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
   std::string GetName() override { return "CACHE1"; }
 
   void OnOpen(int64_t fileSize) override;
-  void OnSegmentBytes(int64_t offset, const uint8_t* bytes, uint64_t size) override;
+  void OnSegmentBytes(int64_t offset, std::shared_ptr<BufferChunk> bytes) override;
   void OnSegmentError(int64_t subCode) override;
 
  private:

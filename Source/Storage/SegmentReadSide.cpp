@@ -2,20 +2,18 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "Platform/FileSystem.h"
+#include "Storage/Persistence/DiskAdapter.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
-#include "Storage/SegmentFileReader.h"
+#include "Storage/SegmentChunk.h"
 #include "Storage/SegmentFileV1.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace storage {
 namespace {
-
-// One chunk of every segment file the system writes: the reader's unit of disk
-// I/O, so a block never makes it read a chunk twice.
-constexpr uint64_t kBlockSize = SegmentFileV1::kDefaultChunkContentSize;
 
 bool FileExists(const std::string& path) {
   platform::FileInfo info;
@@ -25,7 +23,7 @@ bool FileExists(const std::string& path) {
 }  // namespace
 
 SegmentReadSide::SegmentReadSide(std::string path, int64_t jobId, SegmentReadListener* listener)
-    : path_(std::move(path)), jobId_(jobId), listener_(listener), buffer_(kBlockSize) {}
+    : path_(std::move(path)), jobId_(jobId), listener_(listener) {}
 
 SegmentReadSide::~SegmentReadSide() { Stop(); }
 
@@ -34,30 +32,31 @@ void SegmentReadSide::Start(int64_t offset) {
     listener_->OnSegmentError(kNotStoredSubCode);
     return;
   }
-  reader_.reset(new SegmentFileReader(path_, jobId_));
-  if (!reader_->isValid()) {
-    reader_.reset();
+  adapter_ = DiskAdapterProvider::GetInstance().acquire_adapter(path_, 0, jobId_);
+  if (!adapter_->isValid()) {
+    adapter_.reset();
     listener_->OnSegmentError(kNotStoredSubCode);
     return;
   }
-  int64_t fileSize = static_cast<int64_t>(reader_->content_file_size());
+  int64_t fileSize = static_cast<int64_t>(adapter_->segmentFile().content_file_size());
   if (offset >= fileSize) {
     listener_->OnOpen(fileSize);
     return;
   }
-  uint64_t first = ReadBlock(offset, fileSize);
-  if (first == 0) {
-    reader_.reset();
+  std::shared_ptr<BufferChunk> first = ReadBlock(offset, 1);
+  if (!first) {
+    adapter_.reset();
     listener_->OnSegmentError(kNotStoredSubCode);
     return;
   }
   listener_->OnOpen(fileSize);
+  uint64_t firstSize = first->GetSize();
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    unconsumed_ = first;
+    unconsumed_ = firstSize;
   }
-  listener_->OnSegmentBytes(offset, buffer_.data(), first);
-  int64_t next = offset + static_cast<int64_t>(first);
+  listener_->OnSegmentBytes(offset, std::move(first));
+  int64_t next = offset + static_cast<int64_t>(firstSize);
   if (next < fileSize) thread_ = std::thread([this, next, fileSize] { Run(next, fileSize); });
 }
 
@@ -76,15 +75,39 @@ void SegmentReadSide::Stop() {
   }
   changed_.notify_all();
   if (thread_.joinable()) thread_.join();
-  reader_.reset();
+  adapter_.reset();
 }
 
-uint64_t SegmentReadSide::ReadBlock(int64_t offset, int64_t fileSize) {
-  // Up to the end of the chunk holding `offset`, so that later blocks start
-  // on chunk boundaries.
-  uint64_t toChunkEnd = kBlockSize - static_cast<uint64_t>(offset) % kBlockSize;
-  uint64_t wanted = std::min<uint64_t>(toChunkEnd, static_cast<uint64_t>(fileSize - offset));
-  return reader_->read(static_cast<uint64_t>(offset), buffer_.data(), wanted);
+std::shared_ptr<BufferChunk> SegmentReadSide::ReadChunkTail(int64_t offset) {
+  SegmentChunk chunk;
+  if (!adapter_->segmentFile().chunk_at(static_cast<uint64_t>(offset), &chunk)) return nullptr;
+  std::vector<uint8_t> whole(chunk.content_len);
+  if (adapter_->read(whole.data(), chunk.content_len, chunk.offset) != static_cast<int64_t>(chunk.content_len)) {
+    return nullptr;
+  }
+  uint64_t skip = static_cast<uint64_t>(offset) - chunk.offset;
+  return BufferChunk::AllocBufferChunk(whole.data() + skip, chunk.content_len - skip);
+}
+
+std::shared_ptr<BufferChunk> SegmentReadSide::ReadBlock(int64_t offset, uint64_t chunks) {
+  SegmentFileV1& file = adapter_->segmentFile();
+  if (static_cast<uint64_t>(offset) % file.chunk_content_size() != 0) return ReadChunkTail(offset);
+  uint64_t length = std::min(chunks * file.chunk_content_size(), file.content_file_size() - offset);
+  auto fill = [this, &file, offset, length](uint8_t* block) {
+    for (uint64_t done = 0; done < length;) {
+      SegmentChunk chunk;
+      if (!file.chunk_at(static_cast<uint64_t>(offset) + done, &chunk)) return false;
+      if (adapter_->read(block + done, chunk.content_len, chunk.offset) != static_cast<int64_t>(chunk.content_len)) {
+        return false;
+      }
+      done += chunk.content_len;
+    }
+    return true;
+  };
+  std::shared_ptr<BufferChunk> block = BufferChunk::AllocBufferChunkFilledBy(length, fill);
+  // A gap inside the block: deliver the chunks before it one by one.
+  if (!block && chunks > 1) return ReadBlock(offset, 1);
+  return block;
 }
 
 bool SegmentReadSide::WaitForRoom() {
@@ -95,18 +118,19 @@ bool SegmentReadSide::WaitForRoom() {
 
 void SegmentReadSide::Run(int64_t offset, int64_t fileSize) {
   while (offset < fileSize && WaitForRoom()) {
-    uint64_t delivered = ReadBlock(offset, fileSize);
-    if (delivered == 0) {
+    std::shared_ptr<BufferChunk> block = ReadBlock(offset, kChunksPerBlock);
+    if (!block) {
       DL_LOGD << "[diskcache][jobid" << jobId_ << "_SegmentReadSide]not stored,offset:" << offset;
       listener_->OnSegmentError(kNotStoredSubCode);
       return;
     }
+    uint64_t size = block->GetSize();
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      unconsumed_ += delivered;
+      unconsumed_ += size;
     }
-    listener_->OnSegmentBytes(offset, buffer_.data(), delivered);
-    offset += static_cast<int64_t>(delivered);
+    listener_->OnSegmentBytes(offset, std::move(block));
+    offset += static_cast<int64_t>(size);
   }
 }
 

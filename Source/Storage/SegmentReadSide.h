@@ -6,16 +6,18 @@
 // it returns, either OnOpen (with the resource's size) followed by the first
 // block, or OnSegmentError: a file that is missing or invalid, or whose bytes
 // at the start offset are not stored, fails at once. The thread then delivers
-// one block per chunk until the end of the resource, or until it meets a chunk
-// that is not stored (OnSegmentError). It stays at most kReadAhead bytes ahead
-// of what the consumer reported as Consumed, so a slow reader does not make it
-// load the whole resource into memory.
+// blocks of up to kChunksPerBlock whole chunks, read through the file's guard
+// straight into the chunk that is handed over (no copy), until the end of the
+// resource or a chunk that is not stored (OnSegmentError after the chunks
+// before it). It stays at most kReadAhead bytes ahead of what the consumer
+// reported as Consumed, so a slow reader does not make it load the whole
+// resource into memory.
 //
 // Thread rules: Start, Consumed and Stop from the consumer's thread; the
 // listener is called on the caller's thread during Start and on the reading
 // thread afterwards, never after Stop returned. mutex_ guards the flow
-// control; the reader belongs to the reading thread once it runs. The
-// listener must not call Stop from inside a callback.
+// control; the adapter is shared with every other user of the file and
+// serialises itself. The listener must not call Stop from inside a callback.
 #ifndef DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
 #define DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
 
@@ -25,21 +27,21 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include <downloader/Base/BufferChunk.h>
 #include <downloader/Filter/SubCode.h>
 
 namespace downloader {
 namespace storage {
 
-class SegmentFileReader;
+class DiskAdapter;
 
 class SegmentReadListener {
  public:
   virtual ~SegmentReadListener() = default;
   virtual void OnOpen(int64_t fileSize) = 0;
-  // `bytes[0]` is the resource's byte at `offset`.
-  virtual void OnSegmentBytes(int64_t offset, const uint8_t* bytes, uint64_t size) = 0;
+  // `bytes` holds the resource's bytes from `offset` on.
+  virtual void OnSegmentBytes(int64_t offset, std::shared_ptr<BufferChunk> bytes) = 0;
   virtual void OnSegmentError(int64_t subCode) = 0;
 };
 
@@ -49,6 +51,8 @@ class SegmentReadSide {
   static constexpr int64_t kNotStoredSubCode = FourCharSubCode('S', 'N', 'S', 'T');
   // How far the reading thread may run ahead of the consumer.
   static constexpr uint64_t kReadAhead = 4 * 1024 * 1024;
+  // Whole chunks per delivered block: fewer hand-overs and wake-ups.
+  static constexpr uint64_t kChunksPerBlock = 8;
 
   // `listener` must outlive Stop.
   SegmentReadSide(std::string path, int64_t jobId, SegmentReadListener* listener);
@@ -63,8 +67,11 @@ class SegmentReadSide {
 
  private:
   void Run(int64_t offset, int64_t fileSize);
-  // The block at `offset` into buffer_; its size, 0 when it is not stored.
-  uint64_t ReadBlock(int64_t offset, int64_t fileSize);
+  // The stored bytes from `offset` on, up to `chunks` whole chunks (from
+  // `offset` to the end of its chunk when it is not a chunk boundary); empty
+  // when the first of them is not stored.
+  std::shared_ptr<BufferChunk> ReadBlock(int64_t offset, uint64_t chunks);
+  std::shared_ptr<BufferChunk> ReadChunkTail(int64_t offset);
   bool WaitForRoom();
 
   // Constant after construction.
@@ -72,9 +79,8 @@ class SegmentReadSide {
   const int64_t jobId_;
   SegmentReadListener* const listener_;
 
-  // The caller's thread during Start, the reading thread afterwards.
-  std::unique_ptr<SegmentFileReader> reader_;
-  std::vector<uint8_t> buffer_;
+  // Set by Start; released by Stop.
+  std::shared_ptr<DiskAdapter> adapter_;
   std::thread thread_;
 
   std::mutex mutex_;

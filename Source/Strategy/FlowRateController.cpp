@@ -26,25 +26,23 @@ int64_t SteadyNowUs() {
 
 int64_t AtLeastOne(int64_t value) { return value < 1 ? 1 : value; }
 
-enum class Verdict { kFlowing, kPaused, kBuffered, kStalled, kTooSlow };
+}  // namespace
 
-const char* VerdictName(Verdict verdict) {
+const char* FlowRateController::VerdictName(Verdict verdict) {
   switch (verdict) {
-    case Verdict::kPaused:
+    case kPaused:
       return "paused";
-    case Verdict::kBuffered:
+    case kBuffered:
       return "buffered";
-    case Verdict::kStalled:
+    case kStalled:
       return "stall";
-    case Verdict::kTooSlow:
+    case kTooSlow:
       return "slow";
-    case Verdict::kFlowing:
+    case kFlowing:
       break;
   }
   return "flowing";
 }
-
-}  // namespace
 
 FlowRateController::FlowRateController(NowFunction now)
     : now_(now ? std::move(now) : NowFunction(&SteadyNowUs)),
@@ -86,7 +84,7 @@ void FlowRateController::Configure(const ConfigPtr& config, const StreamParams& 
   windowWaitUs_ = 0;
   waitSinceByteUs_ = 0;
   answer_ = 0;
-  description_.clear();
+  last_ = Judgement();
 }
 
 void FlowRateController::SetPlayStateMonitor(std::shared_ptr<PlayStateMonitor> monitor) {
@@ -169,7 +167,7 @@ int32_t FlowRateController::CurrentAnswer() {
 
 std::string FlowRateController::Describe() {
   std::lock_guard<std::mutex> lock(mutex_);
-  return description_;
+  return DescribeLocked();
 }
 
 void FlowRateController::SetNewCalculatorInUse(bool inUse) {
@@ -193,31 +191,38 @@ void FlowRateController::RecordSampleLocked(uint64_t bytes, int64_t waitUs) {
 }
 
 int32_t FlowRateController::JudgeLocked() {
-  int32_t bufferMs = BufferedDurationMsLocked();
-  int64_t bitRate = BitRateLocked();
-  int64_t rateBps = static_cast<int64_t>(static_cast<double>(windowBytes_) * kBitsPerByte * kMicrosPerSecond /
-                                         static_cast<double>(AtLeastOne(windowWaitUs_)));
-  Verdict verdict = Verdict::kFlowing;
+  Judgement judgement;
+  judgement.bufferMs = BufferedDurationMsLocked();
+  judgement.bitRate = BitRateLocked();
+  judgement.rateBps = static_cast<int64_t>(static_cast<double>(windowBytes_) * kBitsPerByte * kMicrosPerSecond /
+                                           static_cast<double>(AtLeastOne(windowWaitUs_)));
+  judgement.windowWaitUs = windowWaitUs_;
+  judgement.stallUs = waitSinceByteUs_;
   if (streamingState_ == kStreamingStatePaused) {
-    verdict = Verdict::kPaused;
-  } else if (bufferMs >= bufferThresholdMs_) {
-    verdict = Verdict::kBuffered;
+    judgement.verdict = kPaused;
+  } else if (judgement.bufferMs >= bufferThresholdMs_) {
+    judgement.verdict = kBuffered;
   } else if (waitSinceByteUs_ >= windowUs_) {
-    verdict = Verdict::kStalled;
-  } else if (bitRate > 0 && windowWaitUs_ >= sampleIntervalUs_ && rateBps < bitRate) {
-    verdict = Verdict::kTooSlow;
+    judgement.verdict = kStalled;
+  } else if (judgement.bitRate > 0 && windowWaitUs_ >= sampleIntervalUs_ && judgement.rateBps < judgement.bitRate) {
+    judgement.verdict = kTooSlow;
   }
-  int32_t answer = verdict == Verdict::kStalled || verdict == Verdict::kTooSlow ? 1 : 0;
-  description_ = "drain:" + std::to_string(answer) + ",reason:" + VerdictName(verdict) +
-                 ",rate_bps:" + std::to_string(rateBps) + ",bit_rate:" + std::to_string(bitRate) +
-                 ",buffer_ms:" + std::to_string(bufferMs) +
-                 ",window_wait_ms:" + std::to_string(windowWaitUs_ / kMicrosPerMilli) +
-                 ",stall_ms:" + std::to_string(waitSinceByteUs_ / kMicrosPerMilli);
+  int32_t answer = judgement.verdict == kStalled || judgement.verdict == kTooSlow ? 1 : 0;
+  last_ = judgement;
   if (answer != answer_ && newCalculatorInUse_) {
-    DL_LOGI << "FLOWRATE-> judgement changed, " << description_;
+    DL_LOGI << "FLOWRATE-> judgement changed, " << DescribeLocked();
   }
   answer_ = answer;
   return answer_;
+}
+
+std::string FlowRateController::DescribeLocked() const {
+  int32_t answer = last_.verdict == kStalled || last_.verdict == kTooSlow ? 1 : 0;
+  return "drain:" + std::to_string(answer) + ",reason:" + VerdictName(last_.verdict) +
+         ",rate_bps:" + std::to_string(last_.rateBps) + ",bit_rate:" + std::to_string(last_.bitRate) +
+         ",buffer_ms:" + std::to_string(last_.bufferMs) +
+         ",window_wait_ms:" + std::to_string(last_.windowWaitUs / kMicrosPerMilli) +
+         ",stall_ms:" + std::to_string(last_.stallUs / kMicrosPerMilli);
 }
 
 void FlowRateController::DumpInletLocked(int64_t nowUs) {

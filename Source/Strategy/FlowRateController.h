@@ -83,10 +83,24 @@ class FlowRateController : public FlowRateControl {
     uint64_t bytes;
     int64_t waitUs;
   };
+  enum Verdict { kFlowing, kPaused, kBuffered, kStalled, kTooSlow };
+  // What the last judgement saw; the text of Describe is made from it only
+  // when asked.
+  struct Judgement {
+    Verdict verdict = kFlowing;
+    int64_t rateBps = 0;
+    int64_t bitRate = 0;
+    int32_t bufferMs = -1;
+    int64_t windowWaitUs = 0;
+    int64_t stallUs = 0;
+  };
+
+  static const char* VerdictName(Verdict verdict);
 
   int32_t BufferedDurationMsLocked();
   int64_t BitRateLocked();
   int32_t JudgeLocked();
+  std::string DescribeLocked() const;
   void RecordSampleLocked(uint64_t bytes, int64_t waitUs);
   void DumpInletLocked(int64_t nowUs);
 
@@ -117,7 +131,7 @@ class FlowRateController : public FlowRateControl {
   int64_t lastDumpUs_ = 0;
   uint64_t totalBytes_ = 0;
   int32_t answer_ = 0;
-  std::string description_;
+  Judgement last_;
 };
 
 }  // namespace downloader

@@ -106,13 +106,14 @@ TEST_F(SegmentExecutorTest, OnlyTheBlockThatContinuesTheRunIsQueued) {
   executor->OnOpen(10);
   dltest::LogCapture log;
   const uint8_t bytes[] = {1, 2, 3, 4, 5};
-  executor->OnSegmentBytes(100, bytes, 5);
+  auto block = [&] { return BufferChunk::AllocBufferChunk(bytes, sizeof(bytes)); };
+  executor->OnSegmentBytes(100, block());
   EXPECT_TRUE(log.Contains("onsegmentbyte,invalid offset,size:5"));
-  executor->OnSegmentBytes(0, bytes, 5);
-  executor->OnSegmentBytes(5, bytes, 5);
+  executor->OnSegmentBytes(0, block());
+  executor->OnSegmentBytes(5, block());
   EXPECT_EQ(executor->GetInfo("downloaded_size"), "10");
   executor->Close();
-  executor->OnSegmentBytes(10, bytes, 5);
+  executor->OnSegmentBytes(10, block());
   EXPECT_TRUE(log.Contains("onsegmentbyte,closed"));
 }
 
@@ -130,7 +131,8 @@ TEST_F(SegmentExecutorTest, AGapInTheStoreEndsTheReadsWithAnErrorAfterTheQueuedB
 class HoardingListener : public storage::SegmentReadListener {
  public:
   void OnOpen(int64_t) override {}
-  void OnSegmentBytes(int64_t, const uint8_t*, uint64_t size) override {
+  void OnSegmentBytes(int64_t, std::shared_ptr<BufferChunk> bytes) override {
+    uint64_t size = bytes->GetSize();
     std::lock_guard<std::mutex> lock(mutex_);
     delivered_ += size;
     maxUnconsumed_ = std::max(maxUnconsumed_, delivered_ - consumed_);
@@ -166,8 +168,24 @@ TEST_F(SegmentExecutorTest, TheReadingSideStaysWithinItsReadAheadOfTheConsumer) 
     return listener.delivered() == big.size();
   }));
   side.Stop();
-  EXPECT_LE(listener.maxUnconsumed_, storage::SegmentReadSide::kReadAhead + kChunk);
+  EXPECT_LE(listener.maxUnconsumed_,
+            storage::SegmentReadSide::kReadAhead + storage::SegmentReadSide::kChunksPerBlock * kChunk);
   EXPECT_EQ(listener.errors_.load(), 0);
+}
+
+TEST(BufferChunkFillTest, AChunkFilledInPlaceReadsBackWhatTheFillWrote) {
+  auto chunk = BufferChunk::AllocBufferChunkFilledBy(3, [](uint8_t* block) {
+    block[0] = 'a';
+    block[1] = 'b';
+    block[2] = 'c';
+    return true;
+  });
+  ASSERT_TRUE(chunk);
+  char out[4] = {};
+  EXPECT_EQ(chunk->ReadData(out, 4).bytes, 3u);
+  EXPECT_STREQ(out, "abc");
+  EXPECT_FALSE(BufferChunk::AllocBufferChunkFilledBy(3, [](uint8_t*) { return false; }));
+  EXPECT_FALSE(BufferChunk::AllocBufferChunkFilledBy(0, [](uint8_t*) { return true; }));
 }
 
 }  // namespace

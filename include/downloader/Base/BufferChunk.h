@@ -10,6 +10,7 @@
 #define DOWNLOADER_BASE_BUFFERCHUNK_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <downloader/Base/DLReadResult.h>
@@ -31,6 +32,12 @@ class DOWNLOADER_EXPORT BufferChunk {
   // size is non-zero and source is null, or when memory runs out. Size 0
   // gives a chunk with no block (reading it fails with code 1, sub-code -1).
   static std::shared_ptr<BufferChunk> AllocBufferChunk(const void* source, uint64_t size);
+
+  // A chunk of `size` bytes that `fill` writes in place, so that a producer
+  // reading from a file or socket needs no copy of its own. Empty pointer when
+  // size is 0, when memory runs out, or when `fill` answers false.
+  static std::shared_ptr<BufferChunk> AllocBufferChunkFilledBy(uint64_t size,
+                                                               const std::function<bool(uint8_t*)>& fill);
 
   // A chunk with no bytes that reads as (flag, infoCode) exactly once.
   static std::shared_ptr<BufferChunk> AllocFlaggedChunk(int32_t flag, int32_t infoCode);
