@@ -16,6 +16,8 @@
 #include <downloader/Base/URIBuilder.h>
 #include <downloader/Base/URIIdentifier.h>
 
+#include <downloader/Cache/FileDownloader.h>
+
 #include <downloader/Filter/DLDownloadLevel.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Filter/IDownloadFilter.h>
@@ -29,6 +31,7 @@
 
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Pipe/DownloadPipeline.h>
+#include <downloader/Pipe/DownloadManager.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
 #include <downloader/Pipe/ITunnel.h>
@@ -43,6 +46,9 @@
 
 #include <downloader/Storage/CacheWriter.h>
 #include <downloader/Storage/IDataStore.h>
+
+#include <downloader/Stream/PcdnInterfaceHelper.h>
+#include <downloader/Stream/XcdnInterfaceHelper.h>
 
 #include <downloader/Strategy/BufferDrainCalculator.h>
 #include <downloader/Strategy/DrainCalculator.h>

@@ -78,6 +78,22 @@ int main() {
   pacemaker->Start(params);
   pacemaker->Stop();
 
+  downloader::DownloadManager& manager = downloader::DownloadManager::GetInstance();
+  manager.AddNewConfig(config, 1);
+  Check(manager.GetConfigById(1) == config, "download manager registry");
+  bool heard = false;
+  manager.RegisterDownloadCompleteListener(2, [&heard](std::shared_ptr<downloader::URI>) { heard = true; });
+  manager.OnDownloadComplete(uri);
+  Check(heard, "completion listener");
+
+  // No engine in this process: the wrappers and the C exports answer their fixed values.
+  Check(downloader::PcdnInterfaceHelper::dlPCDNOpen("r", 0, "") == 0, "PCDN wrapper without engine");
+  Check(downloader::XcdnInterfaceHelper::dlXCdnStopSource(1) == -1, "XCDN wrapper without engine");
+  Check(cCacheDownload_StopDownload(0) == -1, "cCacheDownload_StopDownload without engine");
+  downloader::FileDownloader preload({{"http://h/a.mp4", "", "", 0}});
+  preload.Start();
+  Check(preload.identity() == 1000 && preload.downloadIds().front() == -1, "preload set without engine");
+
   dl_set_quill_callback(nullptr);
   std::printf("%s\n", g_failures == 0 ? "host: all checks passed" : "host: failures");
   return g_failures == 0 ? 0 : 1;

@@ -53,6 +53,14 @@ class Gate {
   bool open_ = false;
 };
 
+// Opens the gate only once the looper refuses new tasks, that is once Stop has
+// taken the pending ones away: the task held at the gate is then the last one
+// to run, whatever the scheduling.
+void OpenOnceStopped(MessageLooper& looper, Gate& gate) {
+  while (looper.Post([] {})) std::this_thread::yield();
+  gate.Open();
+}
+
 TEST(MessageLooperTest, ImmediateTasksRunInPostOrderBeforeLaterDelayedOnes) {
   MessageLooper looper("order");
   ASSERT_TRUE(looper.Start());
@@ -115,7 +123,7 @@ TEST(MessageLooperTest, StopJoinsDropsPendingAndRefusesNewTasks) {
   looper->Post([&] { journal.Add(2); });
   looper->PostDelayed([&] { journal.Add(3); }, milliseconds(1));
   ASSERT_TRUE(dltest::WaitFor([&] { return blockerRunning.load(); }));
-  std::thread opener([&] { gate.Open(); });
+  std::thread opener([&] { OpenOnceStopped(*looper, gate); });
   looper->Stop();  // returns only after the running task has finished
   opener.join();
   EXPECT_EQ(journal.Values(), (std::vector<int>{1}));
@@ -144,7 +152,7 @@ TEST(MessageLooperTest, DroppedTaskMayPostWhileBeingDestroyed) {
   looper.Post([capture] {});
   capture.reset();
   ASSERT_TRUE(dltest::WaitFor([&] { return blockerRunning.load(); }));
-  std::thread opener([&] { gate.Open(); });
+  std::thread opener([&] { OpenOnceStopped(looper, gate); });
   looper.Stop();
   opener.join();
 }

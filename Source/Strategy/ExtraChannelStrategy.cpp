@@ -1,0 +1,27 @@
+#include "Strategy/ExtraChannelStrategy.h"
+
+namespace downloader {
+
+ExtraChannelStrategy& ExtraChannelStrategy::GetInstance() {
+  static ExtraChannelStrategy* strategy = new ExtraChannelStrategy();
+  return *strategy;
+}
+
+void ExtraChannelStrategy::UpdateConfig(const std::shared_ptr<protocols::IConfigure>& config) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  config_ = config;
+}
+
+void ExtraChannelStrategy::SetUserSetting(const std::string& setting) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  userSetting_ = setting;
+}
+
+std::string ExtraChannelStrategy::UserSetting() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return userSetting_;
+}
+
+std::string ExtraChannelStrategy::Info() { return std::string(); }
+
+}  // namespace downloader

@@ -1,0 +1,41 @@
+// Where the extra network channel is decided. The channel itself is not built
+// yet: this keeps what the host hands it (the latest configuration and the
+// user's setting) so that the decision can start from them, and answers
+// "no extra channel" meanwhile.
+//
+// Thread rules: any thread; mutex_ guards the members.
+#ifndef DOWNLOADER_STRATEGY_EXTRACHANNELSTRATEGY_H_
+#define DOWNLOADER_STRATEGY_EXTRACHANNELSTRATEGY_H_
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <downloader/Pipe/IConfigure.h>
+
+namespace downloader {
+
+class ExtraChannelStrategy {
+ public:
+  static ExtraChannelStrategy& GetInstance();
+
+  void UpdateConfig(const std::shared_ptr<protocols::IConfigure>& config);
+  void SetUserSetting(const std::string& setting);
+  std::string UserSetting();
+
+  // The text the host asks for with parameter 4028: empty while no extra
+  // channel exists.
+  std::string Info();
+
+ private:
+  ExtraChannelStrategy() = default;
+
+  std::mutex mutex_;
+  // Guarded by mutex_.
+  std::shared_ptr<protocols::IConfigure> config_;
+  std::string userSetting_;
+};
+
+}  // namespace downloader
+
+#endif  // DOWNLOADER_STRATEGY_EXTRACHANNELSTRATEGY_H_

@@ -1,0 +1,228 @@
+// The download manager: registries, the latest-configuration snapshot, the
+// parameter table, the cache path and the completion listeners. The manager
+// is one per process, so each test uses ids of its own.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <downloader/Base/URIBuilder.h>
+#include <downloader/Pipe/ConfigReader.h>
+#include <downloader/Pipe/DownloadManager.h>
+#include <downloader/Stream/PcdnInterfaceHelper.h>
+
+#include "Platform/ModuleLoader.h"
+#include "Stats/FlowReport.h"
+#include "Strategy/ExtraChannelStrategy.h"
+#include "engines/EngineFixture.h"
+#include "support/LogCapture.h"
+#include "support/MapConfig.h"
+
+namespace downloader {
+namespace {
+
+class NullReporter : public protocols::IReporter {
+ public:
+  void Report(const std::string&, const std::string&, const std::string&) override {}
+};
+
+std::shared_ptr<URI> UriFor(const std::string& url, URI::Params params) {
+  URIBuilder builder = URIBuilder::New();
+  builder.SetUrl(url);
+  builder.params = std::move(params);
+  return builder.Build();
+}
+
+DownloadManager& Manager() { return DownloadManager::GetInstance(); }
+
+TEST(DownloadManagerTest, LatestConfigurationIsASnapshotOfTheLastNonEmptyOne) {
+  auto latest = Manager().GetLatestConfigure();
+  ASSERT_NE(latest, nullptr);
+  EXPECT_EQ(ReadConfigInt(latest, kDownloaderConfigGroup, "download_level", 7), 7);
+
+  auto first = std::make_shared<dltest::MapConfig>();
+  first->Set("download_level", "5");
+  auto second = std::make_shared<dltest::MapConfig>();
+  second->Set("xcdn", "xcdn_vod", "true");
+  Manager().AddNewConfig(first, 1);
+  Manager().AddNewConfig(second, 2);
+  Manager().AddNewConfig(nullptr, 3);
+  EXPECT_EQ(Manager().GetLatestConfigure(), latest);  // never replaced
+  EXPECT_EQ(ReadConfigInt(latest, kDownloaderConfigGroup, "download_level", 7), 7);
+  EXPECT_TRUE(ReadConfigBool(latest, kXcdnGroup, "xcdn_vod", false));
+  second->Set("xcdn", "xcdn_vod", "false");  // the host's later change is not seen
+  EXPECT_TRUE(ReadConfigBool(latest, kXcdnGroup, "xcdn_vod", false));
+  EXPECT_EQ(Manager().GetConfigById(3), nullptr);
+  EXPECT_EQ(Manager().RemoveConfigById(3), 0);  // an empty entry is an entry
+}
+
+TEST(DownloadManagerTest, RegistriesStoreReplaceAndRemoveById) {
+  auto config = std::make_shared<dltest::MapConfig>();
+  auto replacement = std::make_shared<dltest::MapConfig>();
+  EXPECT_EQ(Manager().RemoveConfigById(40), -1);
+  Manager().AddNewConfig(config, 40);
+  Manager().AddNewConfig(replacement, 40);
+  EXPECT_EQ(Manager().GetConfigById(40), replacement);
+  EXPECT_EQ(Manager().RemoveConfigById(40), 0);
+  EXPECT_EQ(Manager().GetConfigById(40), nullptr);
+  EXPECT_EQ(Manager().RemoveConfigById(40), -1);
+
+  auto reporter = std::make_shared<NullReporter>();
+  EXPECT_EQ(Manager().GetReportById(41), nullptr);
+  Manager().AddNewReporter(reporter, 41);
+  EXPECT_EQ(Manager().GetReportById(41), reporter);
+  EXPECT_EQ(Manager().RemoveReporterById(41), 0);
+  EXPECT_EQ(Manager().RemoveReporterById(41), -1);
+  EXPECT_EQ(Manager().GetReportById(41), nullptr);
+}
+
+TEST(DownloadManagerTest, CdnBytesAreReportedOnlyWhileTheSwitchIsOnAndOnlyOnce) {
+  auto off = std::make_shared<dltest::MapConfig>();
+  Manager().AddNewConfig(off, 50);
+  FlowReport::AddCdnBytes(500);
+  int64_t result = 77;
+  Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
+  EXPECT_EQ(result, 77);
+
+  auto on = std::make_shared<dltest::MapConfig>();
+  on->Set("enable_cdn_flow_report", "true");
+  Manager().AddNewConfig(on, 50);
+  dltest::LogCapture log;
+  int64_t total = FlowReport::CdnTotalBytes();
+  Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
+  EXPECT_EQ(result, total);
+  EXPECT_TRUE(log.Contains("reportCdnTotalBytes:" + std::to_string(total)));
+  Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
+  EXPECT_EQ(result, 0);
+  FlowReport::AddCdnBytes(20);
+  FlowReport::AddCdnBytes(-5);
+  Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
+  EXPECT_EQ(result, 20);
+}
+
+TEST(DownloadManagerTest, PcdnBytesComeFromTheEnginesTotal) {
+  ASSERT_TRUE(dltest::MapModule(dltest::FakePcdnEnginePath())) << platform::LastModuleError();
+  auto setTotal = [](const char* answer) {
+    PcdnInterfaceHelper::dlPCDNSetByKV("fake-reply:total-download-details-bytes-vod", answer);
+  };
+  dltest::LogCapture log;
+  int64_t result = -1;
+  setTotal("{\"total\":1000}");
+  Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
+  EXPECT_EQ(result, 1000);
+  EXPECT_TRUE(log.Contains("getparam:total-download-details-bytes-vod, result:{\"total\":1000}"));
+  Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
+  EXPECT_EQ(result, 0);
+  setTotal("1500");
+  Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
+  EXPECT_EQ(result, 500);
+  EXPECT_TRUE(log.Contains("reportPcdnTotalBytes:500, currentPcdnTotalBytes:1000, receivedPcdnTotalBytes:1500"));
+  setTotal("not json");
+  result = -1;
+  Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(log.Contains("Json parse error on:not json"));
+  setTotal("{\"total\":1200}");  // the engine restarted its count
+  Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
+  EXPECT_EQ(result, 0);
+  setTotal("{\"total\":1300}");
+  Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
+  EXPECT_EQ(result, 100);
+}
+
+TEST(DownloadManagerTest, ExtraChannelKeysAndUnknownKeys) {
+  Manager().SetParam(0, DownloadManager::kParamExtraChannelSetting, "wifi+cellular");
+  EXPECT_EQ(ExtraChannelStrategy::GetInstance().UserSetting(), "wifi+cellular");
+  dltest::LogCapture log;
+  std::string info = "untouched";
+  Manager().GetParam(0, DownloadManager::kParamExtraChannelInfo, &info);
+  EXPECT_EQ(info, "");
+  EXPECT_TRUE(log.Contains("Enter downloader, Get ExtraChannel INFO"));
+  int64_t result = 5;
+  Manager().GetParam(0, 1234, &result);
+  Manager().SetParam(0, 1234, "x");
+  EXPECT_EQ(result, 5);
+  EXPECT_EQ(ExtraChannelStrategy::GetInstance().UserSetting(), "wifi+cellular");
+}
+
+TEST(DownloadManagerTest, CachePathIsStoredAndLogged) {
+  dltest::LogCapture log;
+  Manager().SetLocalCachePath("/data/cache");
+  EXPECT_EQ(Manager().GetLocalCachePath(), "/data/cache");
+  EXPECT_TRUE(log.Contains("dlsetlocalpath:/data/cache"));
+  EXPECT_TRUE(log.Contains("dlgetlocalpath:/data/cache"));
+  Manager().SetLocalCachePath(nullptr);
+  EXPECT_EQ(Manager().GetLocalCachePath(), "");
+}
+
+TEST(DownloadManagerTest, CompletionGoesToTheListenerOfThePlayer) {
+  std::vector<std::string> heardBy7;
+  std::vector<std::string> heardByNoPlayer;
+  Manager().RegisterDownloadCompleteListener(7, [&](std::shared_ptr<URI>) { heardBy7.push_back("old"); });
+  Manager().RegisterDownloadCompleteListener(
+      7, [&](std::shared_ptr<URI> uri) { heardBy7.push_back(uri->GetStringRep()); });
+  dltest::LogCapture log;
+  Manager().OnDownloadComplete(UriFor("http://h/a.ts", {{"player_id", "7"}, {"preload_buffer", "true"}}));
+  Manager().OnDownloadComplete(UriFor("http://h/b.ts", {{"player_id", "8"}}));
+  Manager().OnDownloadComplete(UriFor("http://h/c.ts", {}));
+  Manager().OnDownloadComplete(nullptr);
+  EXPECT_EQ(heardBy7, std::vector<std::string>{"http://h/a.ts"});
+  EXPECT_TRUE(log.Contains("ondownloadcomplete,player:7,file:http://h/a.ts,preload:1"));
+
+  Manager().RegisterDownloadCompleteListener(-1, [&](std::shared_ptr<URI> uri) {
+    heardByNoPlayer.push_back(uri->GetStringRep());
+  });
+  Manager().OnDownloadComplete(UriFor("http://h/d.ts", {}));
+  EXPECT_EQ(heardByNoPlayer, std::vector<std::string>{"http://h/d.ts"});
+
+  Manager().UnregisterDownloadCompleteListener(7);
+  Manager().UnregisterDownloadCompleteListener(-1);
+  Manager().OnDownloadComplete(UriFor("http://h/a.ts", {{"player_id", "7"}}));
+  EXPECT_EQ(heardBy7.size(), 1u);
+  EXPECT_TRUE(log.Contains("unregistercompletelistener,player:7"));
+}
+
+TEST(DownloadManagerTest, ListenerMayCallBackIntoTheManager) {
+  bool reentered = false;
+  Manager().RegisterDownloadCompleteListener(9, [&](std::shared_ptr<URI>) {
+    Manager().UnregisterDownloadCompleteListener(9);
+    reentered = true;
+  });
+  Manager().OnDownloadComplete(UriFor("http://h/a.ts", {{"player_id", "9"}}));
+  EXPECT_TRUE(reentered);
+}
+
+TEST(DownloadManagerTest, ResourceStateQueries) {
+  ASSERT_TRUE(dltest::MapModule(dltest::FakePcdnEnginePath())) << platform::LastModuleError();
+  auto uri = UriFor("http://h/a.mp4", {});
+  EXPECT_EQ(Manager().GetCacheStatus(uri), kDLCacheNone);
+  EXPECT_EQ(Manager().GetCacheStatus(nullptr), kDLCacheNone);
+  EXPECT_EQ(Manager().GetXcdnStatus(uri), -1);
+
+  PcdnInterfaceHelper::dlPCDNSetByKV("fake-reply:itf-download-id:http://h/a.mp4", "42");
+  EXPECT_EQ(Manager().GetPcdnDownloadId("http://h/a.mp4"), 42);
+  EXPECT_EQ(Manager().GetPcdnDownloadId("http://h/other.mp4"), -1);
+
+  dltest::LogCapture log;
+  Manager().SetPcdnDownloadState(42, true);
+  Manager().SetPcdnDownloadState(42, false);
+  EXPECT_TRUE(log.Contains("dlPCDNSetByKV_itf-start-cur-load===="));
+  EXPECT_TRUE(log.Contains("dlPCDNSetByKV_itf-stop-cur-load===="));
+  Manager().CancelPreloadTask("http://h/a.mp4");
+  Manager().OnFinishPlay("player 3");
+  EXPECT_TRUE(log.Contains("OnFinishPlay:player 3"));
+}
+
+TEST(DownloadManagerTest, EngineTraceIsRoutedToTheLogWhenConfigured) {
+  ASSERT_TRUE(dltest::MapModule(dltest::FakePcdnEnginePath())) << platform::LastModuleError();
+  auto config = std::make_shared<dltest::MapConfig>();
+  config->Set("enable_pcdn_quill_callback", "true");
+  dltest::LogCapture log;
+  Manager().AddNewConfig(config, 60);
+  EXPECT_TRUE(log.Contains("pcdn:fake pcdn trace attached"));
+}
+
+}  // namespace
+}  // namespace downloader
