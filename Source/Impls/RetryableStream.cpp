@@ -13,6 +13,7 @@
 #include <downloader/Strategy/DrainCalculatorFactory.h>
 
 #include "Impls/DownloadLevels.h"
+#include "Storage/DiskCacheCleaner.h"
 #include "Storage/SegmentCachePolicy.h"
 #include "Storage/SegmentFileWriter.h"
 #include "Storage/SegmentFileWriterDispatch.h"
@@ -130,6 +131,7 @@ int32_t RetryableStream::PlayerId() { return ReadParamInt(params_, "player_id", 
 DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "");
   if (!prepared.IsSuccess()) return prepared;
+  storage::DiskCacheCleaner::GetInstance().Schedule(config_);
   DLResultCode result = OpenWalk();
   FinishOpen(result);
   return result;
@@ -138,6 +140,7 @@ DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
 DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "[async]");
   if (!prepared.IsSuccess()) return prepared;
+  storage::DiskCacheCleaner::GetInstance().Schedule(config_);
   if (IsPlaylist(url_)) {
     DL_LOGI << "FLOWRATE-> can't set open cb due to m3u8!";
     DLResultCode result = OpenWalk();

@@ -23,6 +23,7 @@
 #include <downloader/Filter/IDownloadFilter.h>
 #include <downloader/Filter/LocalFileExecutor.h>
 #include <downloader/Filter/LocalFileFilter.h>
+#include <downloader/Filter/PcdnDownloadExecutor.h>
 #include <downloader/Filter/WispDownloadExecutor.h>
 #include <downloader/Filter/WispDownloadFilter.h>
 #include <downloader/Filter/SubCode.h>

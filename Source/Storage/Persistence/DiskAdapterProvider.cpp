@@ -72,5 +72,16 @@ void DiskAdapterProvider::sweepExpiredLocked() {
   sweepAtSize_ = std::max(kMinSweepSize, adapters_.size() * 2);
 }
 
+bool DiskAdapterProvider::removeIfUnused(const std::string& path) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  auto found = adapters_.find(path);
+  if (found != adapters_.end()) {
+    if (!found->second.expired()) return false;
+    adapters_.erase(found);
+  }
+  platform::FileSystem* fileSystem = fileSystem_ != nullptr ? fileSystem_ : platform::FileSystem::Default();
+  return fileSystem->RemoveFile(path).ok();
+}
+
 }  // namespace storage
 }  // namespace downloader

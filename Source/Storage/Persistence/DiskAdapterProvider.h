@@ -49,6 +49,10 @@ class DiskAdapterProvider {
 
   std::shared_ptr<DiskAdapter> acquire_adapter(const std::string& path, uint64_t file_size, int64_t job_id);
 
+  // Removes the file at `path` unless a live adapter holds it; no adapter
+  // for it can be made meanwhile. True when the file was removed.
+  bool removeIfUnused(const std::string& path);
+
  private:
   void sweepExpiredLocked();
 

@@ -1,0 +1,367 @@
+#include <downloader/Filter/PcdnDownloadExecutor.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include <downloader/Base/BufferChunk.h>
+#include <downloader/Base/HeartPacemaker.h>
+#include <downloader/Pipe/ConfigReader.h>
+#include <downloader/Stream/PcdnInterfaceHelper.h>
+
+#include "Stream/PcdnReadEvent.h"
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Waiters poll in steps of this length, so a lost wake-up costs at most one step.
+constexpr std::chrono::milliseconds kWaitStep{100};
+constexpr int kEngineMode = 0;
+constexpr int64_t kToTheEnd = -1;
+constexpr int kGoOn = 0;
+constexpr int kStopDelivering = 1;
+constexpr char kHeartbeatKey[] = "itf-heartbeat";
+
+// Open executors by engine download id. The engine may call back after an
+// executor closed or died: the weak pointer then finds nobody.
+class ExecutorRegistry {
+ public:
+  static ExecutorRegistry& Instance() {
+    static ExecutorRegistry* registry = new ExecutorRegistry();
+    return *registry;
+  }
+  void Add(int64_t id, const std::weak_ptr<PcdnDownloadExecutor>& executor) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    executors_[id] = executor;
+  }
+  void Remove(int64_t id) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    executors_.erase(id);
+  }
+  std::shared_ptr<PcdnDownloadExecutor> Find(int64_t id) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto found = executors_.find(id);
+    return found == executors_.end() ? nullptr : found->second.lock();
+  }
+
+ private:
+  std::mutex mutex_;
+  // Guarded by mutex_.
+  std::map<int64_t, std::weak_ptr<PcdnDownloadExecutor>> executors_;
+};
+
+}  // namespace
+
+PcdnDownloadExecutor::PcdnDownloadExecutor(std::shared_ptr<protocols::IConfigure> config,
+                                           std::shared_ptr<protocols::IReporter> reporter)
+    : config_(std::move(config)), reporter_(std::move(reporter)) {}
+
+PcdnDownloadExecutor::~PcdnDownloadExecutor() { Close(); }
+
+// --- Opening ---------------------------------------------------------------
+
+DLResultCode PcdnDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
+  if (uri == nullptr) return DLResultCode(kDLFailure, kOpenFailedSubCode);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
+  }
+  url_ = uri->GetStringRep();
+  readTimeoutMs_ = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
+  const StreamParams& params = uri->GetParams();
+  const int64_t offset = std::max<int64_t>(0, ReadParamInt64(params, "range_start", 0));
+  const int64_t id = PcdnInterfaceHelper::dlPCDNOpen(url_.c_str(), kEngineMode, "");
+  if (id <= 0) {
+    DL_LOGW << "pcdn open failed, url:" << url_ << ", id:" << id;
+    std::lock_guard<std::mutex> lock(mutex_);
+    openFailed_ = true;
+    return DLResultCode(kDLFailure, kOpenFailedSubCode);
+  }
+  ExecutorRegistry::Instance().Add(id, weak_from_this());
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    downloadId_ = id;
+  }
+  if (ReadConfigBool(config_, kDownloaderConfigGroup, "pcdn_heartbeat", true)) {
+    StartHeartbeat(ReadParamInt(params, "player_id", -1), id);
+  }
+  DL_LOGI << "pcdn open, id:" << id << ", offset:" << offset << ", url:" << url_;
+  DLResultCode started = StartRead(offset, true);
+  DLResultCode result = started.IsSuccess() ? WaitFirstEvent() : started;
+  if (!result.IsSuccess()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    openFailed_ = true;
+  }
+  return result;
+}
+
+DLResultCode PcdnDownloadExecutor::OpenAsync(const std::shared_ptr<URI>& /*uri*/) {
+  return DLResultCode(kDLFailure, 0);
+}
+
+DLResultCode PcdnDownloadExecutor::WaitOpenResult() { return DLResultCode(kDLFailure, 0); }
+
+DLResultCode PcdnDownloadExecutor::StartRead(int64_t offset, bool freshQueue) {
+  int64_t id = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
+    id = downloadId_;
+    if (freshQueue || queue_ == nullptr) {
+      queue_ = std::make_shared<BufferQueue>();
+      terminalSeen_ = false;
+      ended_ = false;
+    }
+    nextOffset_ = offset;
+    firstEvent_ = false;
+    readFailure_ = 0;
+    readDelivered_ = false;
+    paused_ = false;
+  }
+  // Outside the lock: the engine may wait for a running callback, which takes it.
+  const int answer = PcdnInterfaceHelper::dlPCDNRead(id, kEngineMode, url_.c_str(), offset, kToTheEnd, "",
+                                                     &PcdnDownloadExecutor::OnEngineRead);
+  if (answer != 0) {
+    DL_LOGW << "pcdn read refused, id:" << id << ", offset:" << offset << ", answer:" << answer;
+    return DLResultCode(kDLFailure, kReadRefusedSubCode);
+  }
+  return DLResultCode(kDLSuccess, 0);
+}
+
+DLResultCode PcdnDownloadExecutor::WaitFirstEvent() {
+  const auto deadline = Clock::now() + std::chrono::milliseconds(readTimeoutMs_);
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (!firstEvent_ && !closed_) {
+    const auto now = Clock::now();
+    if (now >= deadline) {
+      timedOut_ = true;
+      DL_LOGW << "pcdn open timed out after " << readTimeoutMs_ << " ms, id:" << downloadId_;
+      return DLResultCode(kDLFailure, kTimeoutSubCode);
+    }
+    cv_.wait_for(lock, std::min<Clock::duration>(kWaitStep, deadline - now));
+  }
+  if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
+  // A read that failed before its first byte is a failed open (or seek).
+  if (readFailure_ != 0 && !readDelivered_) return DLResultCode(kDLFailure, readFailure_);
+  return DLResultCode(kDLSuccess, 0);
+}
+
+void PcdnDownloadExecutor::StartHeartbeat(int32_t playerId, int64_t downloadId) {
+  PacemakerParams params;
+  params.pid = playerId;
+  params.duration = kDefaultHeartbeatMs;
+  params.label = "pcdn";
+  // Captures the id only: a beat never reaches the executor.
+  params.consumer = [downloadId](const HeartbeatInfo& info) {
+    nlohmann::json beat(nlohmann::json::value_t::object);
+    for (const auto& entry : info) beat[entry.first] = entry.second;
+    beat["download_id"] = downloadId;
+    PcdnInterfaceHelper::dlPCDNSetByKV(kHeartbeatKey, beat.dump().c_str());
+  };
+  auto pacemaker = HeartPacemaker::Create();
+  pacemaker->Start(params);
+  std::lock_guard<std::mutex> lock(mutex_);
+  pacemaker_ = std::move(pacemaker);
+}
+
+// --- Engine callbacks ------------------------------------------------------
+
+int PcdnDownloadExecutor::OnEngineRead(int64_t id, int64_t offset, int kind, const char* data, int64_t length,
+                                       int64_t total, int code, const char* info) {
+  std::shared_ptr<PcdnDownloadExecutor> executor = ExecutorRegistry::Instance().Find(id);
+  if (executor == nullptr) {
+    DL_LOGD << "pcdn callback for no open executor, id:" << id << ", kind:" << kind;
+    return kStopDelivering;
+  }
+  if (kind == kPcdnReadError) {
+    DL_LOGW << "pcdn read error, id:" << id << ", offset:" << offset << ", code:" << code
+            << ", info:" << (info == nullptr ? "" : info);
+  }
+  return executor->HandleEngineRead(offset, kind, data, length, total, code);
+}
+
+int PcdnDownloadExecutor::HandleEngineRead(int64_t offset, int kind, const char* data, int64_t length,
+                                           int64_t total, int code) {
+  std::shared_ptr<BufferQueue> queue;
+  std::shared_ptr<BufferChunk> chunk;
+  int answer = kGoOn;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_ || ended_ || queue_ == nullptr) return kStopDelivering;
+    if (offset != nextOffset_) return kStopDelivering;  // a replaced read
+    if (total > 0) totalSize_ = total;
+    if (kind == kPcdnReadData) {
+      if (data == nullptr || length <= 0) return kGoOn;
+      chunk = BufferChunk::AllocBufferChunk(data, static_cast<uint64_t>(length));
+      if (chunk == nullptr) {
+        chunk = BufferChunk::AllocFlaggedChunk(kDLFailure, static_cast<int32_t>(kEngineErrorSubCode));
+        ended_ = true;
+      } else {
+        nextOffset_ += length;
+        receivedBytes_ += static_cast<uint64_t>(length);
+        readDelivered_ = true;
+      }
+    } else {
+      // A failure at or past the end of a resource of known size is its end.
+      const bool pastTheEnd = kind == kPcdnReadError && totalSize_ > 0 && offset >= totalSize_;
+      const bool end = kind == kPcdnReadDone || pastTheEnd;
+      DL_LOGD << "pcdn read ended, offset:" << offset << ", end:" << end << ", code:" << code;
+      if (!end) readFailure_ = kEngineErrorSubCode;
+      chunk = BufferChunk::AllocFlaggedChunk(end ? kDLEndOfData : kDLFailure,
+                                             end ? 0 : static_cast<int32_t>(kEngineErrorSubCode));
+      ended_ = true;
+    }
+    queue = queue_;
+    // Appended under the lock so that chunks of one read keep their order.
+    queue->AppendData(chunk);
+    if (!ended_ && queue->GetTotalBytes() > kQueuePauseBytes) {
+      paused_ = true;
+      answer = kStopDelivering;
+      DL_LOGD << "pcdn delivery paused, queued:" << queue->GetTotalBytes();
+    }
+    firstEvent_ = true;
+    ++arrivals_;
+  }
+  cv_.notify_all();
+  return answer;
+}
+
+// --- Reading ---------------------------------------------------------------
+
+DLReadResult PcdnDownloadExecutor::Read(Packet& packet) {
+  DLReadResult result;
+  result.Set(kDLSuccess, 0, 0);
+  if (packet.GetSize() == 0 || packet.GetBuffer() == nullptr) return result;
+  const Clock::time_point begin = Clock::now();
+  const auto readTimeout = std::chrono::milliseconds(readTimeoutMs_);
+  for (;;) {
+    std::shared_ptr<BufferQueue> queue;
+    uint64_t seen = 0;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (closed_ || openFailed_ || queue_ == nullptr) {
+        static_cast<DLResultCode&>(result) = FailedResult();
+        return result;
+      }
+      if (terminalSeen_) return terminal_;
+      queue = queue_;
+      seen = arrivals_;
+    }
+    result = queue->ReadData(packet.GetBuffer(), static_cast<uint64_t>(packet.GetSize()));
+    if (result.bytes > 0) {
+      ResumeIfDrained();
+      return result;
+    }
+    if (result.code != kDLSuccess) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (queue == queue_) {
+        terminal_ = result;
+        terminalSeen_ = true;
+      }
+      return result;
+    }
+    ResumeIfDrained();
+    const auto elapsed = Clock::now() - begin;
+    if (elapsed >= readTimeout) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      timedOut_ = true;
+      DL_LOGW << "pcdn read timed out after " << readTimeoutMs_ << " ms, id:" << downloadId_;
+      result.Set(kDLFailure, 0, kTimeoutSubCode);
+      return result;
+    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    cv_.wait_for(lock, std::min<Clock::duration>(kWaitStep, readTimeout - elapsed),
+                 [&] { return closed_ || arrivals_ != seen; });
+  }
+}
+
+void PcdnDownloadExecutor::ResumeIfDrained() {
+  int64_t offset = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!paused_ || closed_ || queue_ == nullptr || queue_->GetTotalBytes() >= kQueueResumeBytes) return;
+    offset = nextOffset_;
+  }
+  DL_LOGD << "pcdn delivery resumed at " << offset;
+  DLResultCode resumed = StartRead(offset, false);
+  if (resumed.IsSuccess()) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (queue_ != nullptr && !ended_) {
+    queue_->AppendData(BufferChunk::AllocFlaggedChunk(kDLFailure, static_cast<int32_t>(resumed.subCode)));
+    ended_ = true;
+  }
+}
+
+DLResultCode PcdnDownloadExecutor::FailedResult() const {
+  return DLResultCode(kDLFailure, closed_ ? kClosedSubCode : kOpenFailedSubCode);
+}
+
+// --- Seek and Close --------------------------------------------------------
+
+DLResultCode PcdnDownloadExecutor::Seek(int64_t offset) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_ || openFailed_ || downloadId_ <= 0) return FailedResult();
+  }
+  if (offset < 0) return DLResultCode(kDLFailure, kReadRefusedSubCode);
+  DL_LOGI << "pcdn seek to " << offset << ", url:" << url_;
+  DLResultCode result = StartRead(offset, true);
+  return result.IsSuccess() ? WaitFirstEvent() : result;
+}
+
+DLResultCode PcdnDownloadExecutor::Close() {
+  int64_t id = 0;
+  std::shared_ptr<HeartPacemaker> pacemaker;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return DLResultCode(kDLSuccess, 0);
+    closed_ = true;
+    id = downloadId_;
+    pacemaker = std::move(pacemaker_);
+    queue_.reset();
+  }
+  cv_.notify_all();
+  // Outside the lock: Stop joins a running beat, the engine a running callback.
+  if (pacemaker != nullptr) pacemaker->Stop();
+  if (id > 0) {
+    ExecutorRegistry::Instance().Remove(id);
+    PcdnInterfaceHelper::dlPCDNClose(id);
+    DL_LOGI << "pcdn close, id:" << id << ", received:" << receivedBytes_;
+  }
+  return DLResultCode(kDLSuccess, 0);
+}
+
+// --- Simple queries --------------------------------------------------------
+
+int64_t PcdnDownloadExecutor::GetFileSize() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return totalSize_;
+}
+
+bool PcdnDownloadExecutor::IsReady() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return firstEvent_;
+}
+
+void PcdnDownloadExecutor::SetHint(const std::string& /*hint*/) {}
+
+std::string PcdnDownloadExecutor::GetInfo(const std::string& key) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (key == "downloaded_size") return std::to_string(receivedBytes_);
+  if (key == "download_id") return std::to_string(downloadId_);
+  if (key == "executor_name") return "pcdn_download_filter";
+  if (key == "is_timeout") return timedOut_ ? "1" : "0";
+  return std::string();
+}
+
+std::string PcdnDownloadExecutor::GetName() { return "PCDN"; }
+
+int32_t PcdnDownloadExecutor::GetExecutorType() { return 1; }
+
+}  // namespace downloader

@@ -1,0 +1,104 @@
+#include "Storage/DiskCacheCleaner.h"
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+#include <downloader/Base/URI.h>
+#include <downloader/Storage/CacheWriter.h>
+
+#include "Storage/Persistence/DiskAdapterProvider.h"
+#include "Storage/Persistence/DiskFileNameUtil.h"
+#include "Utils/log/LogMessage.h"
+
+namespace downloader {
+namespace storage {
+namespace {
+
+struct CacheFileEntry {
+  std::string path;
+  uint64_t size;
+  int64_t modifiedMillis;
+};
+
+// Any URL does: every cache file lies in the same folder.
+constexpr char kProbeUrl[] = "http://cache.folder/probe.ts";
+
+}  // namespace
+
+DiskCacheCleaner& DiskCacheCleaner::GetInstance() {
+  static DiskCacheCleaner cleaner;
+  return cleaner;
+}
+
+DiskCacheCleaner::DiskCacheCleaner() : looper_("disk_cleaner") {}
+
+DiskCacheCleaner::~DiskCacheCleaner() { looper_.Stop(); }
+
+void DiskCacheCleaner::Schedule(const ConfigPtr& config) {
+  if (!ReadConfigBool(config, kDownloaderConfigGroup, "enable_clean_disk", false)) return;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (started_) return;
+    started_ = true;
+    config_ = config;
+  }
+  DL_LOGI << "[diskcache]cleaner started";
+  looper_.Start();
+  looper_.Post([this] { RunPass(); });
+}
+
+void DiskCacheCleaner::RunPass() {
+  ConfigPtr config;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    config = config_;
+  }
+  const int64_t capacity = ReadConfigInt64(config, kDownloaderConfigGroup, "disk_cache_capacity", 0);
+  const std::string folder = CacheFolder();
+  if (capacity > 0 && !folder.empty()) {
+    CleanFolder(folder, static_cast<uint64_t>(capacity), DiskAdapterProvider::GetInstance(),
+                platform::FileSystem::Default());
+  }
+  const int64_t duration =
+      std::max<int64_t>(1, ReadConfigInt64(config, kDownloaderConfigGroup, "clean_duration", kDefaultCleanDurationMs));
+  looper_.PostDelayed([this] { RunPass(); }, std::chrono::milliseconds(duration));
+}
+
+std::string DiskCacheCleaner::CacheFolder() {
+  const std::string probe = CacheWriter::CacheFilePath(*URI::From(kProbeUrl, {}));
+  return probe.empty() ? std::string() : DiskFileNameUtil::getParentPath(probe);
+}
+
+uint64_t DiskCacheCleaner::CleanFolder(const std::string& folder, uint64_t capacity, DiskAdapterProvider& provider,
+                                       platform::FileSystem* fileSystem) {
+  if (capacity == 0) return 0;
+  std::vector<std::string> names;
+  if (!fileSystem->ListDir(folder, &names).ok()) return 0;
+  std::vector<CacheFileEntry> files;
+  uint64_t total = 0;
+  for (const std::string& name : names) {
+    const std::string path = folder + DiskFileNameUtil::getSeparator() + name;
+    platform::FileInfo info;
+    if (!fileSystem->GetFileInfo(path, &info).ok() || info.isDirectory) continue;
+    files.push_back({path, info.size, info.modifiedMillis});
+    total += info.size;
+  }
+  std::sort(files.begin(), files.end(), [](const CacheFileEntry& a, const CacheFileEntry& b) {
+    return a.modifiedMillis < b.modifiedMillis;
+  });
+  uint64_t removed = 0;
+  for (const CacheFileEntry& file : files) {
+    if (total <= capacity) break;
+    if (!provider.removeIfUnused(file.path)) continue;
+    total -= file.size;
+    removed += file.size;
+    DL_LOGI << "[diskcache]cleaner removed:" << file.path << ", size:" << file.size;
+  }
+  DL_LOGD << "[diskcache]cleaner pass, folder:" << folder << ", left:" << total << ", removed:" << removed
+          << ", capacity:" << capacity;
+  return removed;
+}
+
+}  // namespace storage
+}  // namespace downloader
