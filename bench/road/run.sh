@@ -21,9 +21,9 @@ cmake --build --preset release -j2 --target road_fetch >/dev/null
 fetch=$build/bin/road_fetch
 
 work=$(mktemp -d /tmp/road-bench.XXXXXX)
-source "$root/bench/lib/nginx-loopback.sh"
+source "$root/bench/loopback-nginx.sh"
 cleanup() {
-  stop_nginx
+  stop_loopback_nginx
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -31,7 +31,7 @@ trap cleanup EXIT
 # The payload: a real file with varied bytes, in the page cache.
 mkdir -p "$work/www" "$work/cache"
 head -c "$size" /dev/urandom >"$work/www/1g.ts"
-start_nginx "$work"
+start_loopback_nginx "$work"
 url=$nginx_url/1g.ts
 
 # Runs a command; prints its wall seconds.
