@@ -1,6 +1,6 @@
 // How a final response is judged against its request, and the header text
 // helpers underneath, independent of any backend.
-#include "RequestSpec.h"
+#include "RequestPlan.h"
 #include "ResponseCheck.h"
 
 #include <wisp/http/Options.h>
@@ -14,11 +14,11 @@ namespace {
 
 using http::ErrorKind;
 
-RequestSpec SpecWithRange(const std::string& rangeHeader) {
+RequestPlan SpecWithRange(const std::string& rangeHeader) {
   http::Options options;
   options.Set(http::option::kUrl, "http://example.test/a");
   if (!rangeHeader.empty()) options.MutableHeaders().Add("Range", rangeHeader);
-  return RequestSpec::FromOptions(http::RequestType::kGet, options);
+  return RequestPlan::FromOptions(http::RequestType::kGet, options);
 }
 
 http::Headers Make(std::initializer_list<http::Headers::Field> fields) {
@@ -28,7 +28,7 @@ http::Headers Make(std::initializer_list<http::Headers::Field> fields) {
 }
 
 TEST(ResponseCheckTest, RangedAnswerMustStartWhereAsked) {
-  RequestSpec spec = SpecWithRange("bytes=100-199");
+  RequestPlan spec = SpecWithRange("bytes=100-199");
   auto good = CheckResponse(spec, 206, Make({{"Content-Range", "bytes 100-199/5000"}}), "", "");
   ASSERT_NE(good.response, nullptr);
   EXPECT_EQ(good.response->RangeStart(), 100);
@@ -82,11 +82,11 @@ TEST(ResponseCheckTest, RangeHeaderRoundTripsAndRefusesWhatCannotBeChecked) {
   EXPECT_EQ(SpecWithRange("bytes=0-1,5-6").invalid.kind, ErrorKind::kInvalidRequest);
 }
 
-TEST(ResponseCheckTest, RequestSpecSplitsTheUrl) {
+TEST(ResponseCheckTest, RequestPlanSplitsTheUrl) {
   http::Options options;
   options.Set(http::option::kUrl, "HTTPS://[::1]:8443?q=1");
   options.Set(http::option::kHost, "10.0.0.1:81");
-  RequestSpec spec = RequestSpec::FromOptions(http::RequestType::kGet, options);
+  RequestPlan spec = RequestPlan::FromOptions(http::RequestType::kGet, options);
   EXPECT_FALSE(spec.invalid.IsError()) << spec.invalid.String();
   EXPECT_TRUE(spec.secure);
   EXPECT_EQ(spec.host, "[::1]");
@@ -96,9 +96,9 @@ TEST(ResponseCheckTest, RequestSpecSplitsTheUrl) {
   EXPECT_EQ(spec.connectPort, 81);
 
   options.Set(http::option::kUrl, "http://user@host/");
-  EXPECT_TRUE(RequestSpec::FromOptions(http::RequestType::kGet, options).invalid.IsError());
+  EXPECT_TRUE(RequestPlan::FromOptions(http::RequestType::kGet, options).invalid.IsError());
   options.Set(http::option::kUrl, "http://host:99999/");
-  EXPECT_TRUE(RequestSpec::FromOptions(http::RequestType::kGet, options).invalid.IsError());
+  EXPECT_TRUE(RequestPlan::FromOptions(http::RequestType::kGet, options).invalid.IsError());
 }
 
 TEST(ResponseCheckTest, HeadersRefuseLineBreaksAndMatchNamesInAnyCase) {

@@ -30,7 +30,7 @@ int64_t BytesPerSecond(int64_t bytes, CallBase::Clock::duration elapsed) {
 
 }  // namespace
 
-CallBase::CallBase(RequestSpec spec)
+CallBase::CallBase(RequestPlan spec)
     : spec_(std::move(spec)), requestId_(g_nextRequestId.fetch_add(1)) {
   metrics_.requestId = requestId_;
   metrics_.url = spec_.url;

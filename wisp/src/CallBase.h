@@ -12,7 +12,7 @@
 #define WISP_SRC_CALLBASE_H_
 
 #include "ListenerGate.h"
-#include "RequestSpec.h"
+#include "RequestPlan.h"
 
 #include <wisp/http/IRequestCall.h>
 
@@ -30,7 +30,7 @@ class CallBase : public http::IRequestCall, public std::enable_shared_from_this<
  public:
   using Clock = std::chrono::steady_clock;
 
-  explicit CallBase(RequestSpec spec);
+  explicit CallBase(RequestPlan spec);
   ~CallBase() override;
 
   bool Start(std::shared_ptr<http::IListener> listener) final;
@@ -42,7 +42,7 @@ class CallBase : public http::IRequestCall, public std::enable_shared_from_this<
   bool IsPaused() const override { return paused_.load(std::memory_order_acquire); }
   http::MetricsInfo GetMetrics() const override;
 
-  const RequestSpec& Spec() const { return spec_; }
+  const RequestPlan& Spec() const { return spec_; }
 
  protected:
   // Any thread: runs `task` on the backend's network thread. False, dropping
@@ -102,7 +102,7 @@ class CallBase : public http::IRequestCall, public std::enable_shared_from_this<
   void UpdateTiming(http::StatusPhase phase, int64_t value);
 
   // Constant after construction.
-  const RequestSpec spec_;
+  const RequestPlan spec_;
   const uint64_t requestId_;
 
   ListenerGate gate_;

@@ -31,7 +31,7 @@ int64_t ContentLengthOf(const http::Headers& headers) {
 
 // A 200 is acceptable for a range only when the range asked for the whole
 // resource anyway: its bytes then sit at the offsets asked for.
-bool WholeResourceAsked(const RequestSpec& spec) {
+bool WholeResourceAsked(const RequestPlan& spec) {
   return spec.range.Start() == 0 && spec.range.IsOpenEnded();
 }
 
@@ -81,7 +81,7 @@ bool ParseHeaderLine(std::string_view line, http::Headers* headers) {
   return headers->Add(std::string(name), std::string(value));
 }
 
-ResponseVerdict CheckResponse(const RequestSpec& spec, int32_t status, http::Headers headers,
+ResponseVerdict CheckResponse(const RequestPlan& spec, int32_t status, http::Headers headers,
                               std::string effectiveUrl, std::string serverAddress) {
   ResponseVerdict verdict;
   if (!IsSuccess(status)) {

@@ -6,7 +6,7 @@
 #ifndef WISP_SRC_RESPONSECHECK_H_
 #define WISP_SRC_RESPONSECHECK_H_
 
-#include "RequestSpec.h"
+#include "RequestPlan.h"
 
 #include <wisp/http/Error.h>
 #include <wisp/http/Headers.h>
@@ -28,7 +28,7 @@ struct ResponseVerdict {
   http::Error error;
 };
 
-ResponseVerdict CheckResponse(const RequestSpec& spec, int32_t status, http::Headers headers,
+ResponseVerdict CheckResponse(const RequestPlan& spec, int32_t status, http::Headers headers,
                               std::string effectiveUrl, std::string serverAddress);
 
 // "bytes <first>-<last>/<total>" or ".../*" (total = Response::kUnknownSize).

@@ -4,7 +4,7 @@
 #ifndef WISP_SRC_TRANSPORT_H_
 #define WISP_SRC_TRANSPORT_H_
 
-#include "RequestSpec.h"
+#include "RequestPlan.h"
 
 #include <wisp/http/IRequestCall.h>
 
@@ -20,7 +20,7 @@ class Transport {
   virtual ~Transport();
 
   // Any thread. Never null.
-  virtual std::shared_ptr<http::IRequestCall> CreateCall(RequestSpec spec) = 0;
+  virtual std::shared_ptr<http::IRequestCall> CreateCall(RequestPlan spec) = 0;
   // Ends the running calls with ErrorKind::kCancelled and joins the network
   // thread. Idempotent; not from the network thread.
   virtual void Shutdown() = 0;

@@ -1,6 +1,6 @@
 #include <wisp/http/WispClient.h>
 
-#include "RequestSpec.h"
+#include "RequestPlan.h"
 #include "Transport.h"
 
 #include <utility>
@@ -27,7 +27,7 @@ WispClient::~WispClient() { transport_->Shutdown(); }
 
 std::shared_ptr<IRequestCall> WispClient::CreateRequestCaller(RequestType type,
                                                               const Options& options) {
-  return transport_->CreateCall(internal::RequestSpec::FromOptions(type, options));
+  return transport_->CreateCall(internal::RequestPlan::FromOptions(type, options));
 }
 
 std::vector<std::string> WispClient::DnsLookup(const std::string& host) {

@@ -83,7 +83,7 @@ std::string AddressText(const sockaddr* address) {
 
 }  // namespace
 
-CurlCall::CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner, RequestSpec spec)
+CurlCall::CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner, RequestPlan spec)
     : CallBase(std::move(spec)), transport_(std::move(transport)), owner_(owner) {}
 
 CurlCall::~CurlCall() = default;
@@ -118,7 +118,7 @@ void CurlCall::Begin() {
 bool CurlCall::SetUpHandle() {
   easy_ = curl_easy_init();
   if (easy_ == nullptr) return false;
-  const RequestSpec& spec = Spec();
+  const RequestPlan& spec = Spec();
   curl_easy_setopt(easy_, CURLOPT_URL, spec.url.c_str());
   curl_easy_setopt(easy_, CURLOPT_PRIVATE, this);
   curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
@@ -126,7 +126,7 @@ bool CurlCall::SetUpHandle() {
   curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(easy_, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, static_cast<long>(RequestSpec::kMaxRedirects));
+  curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, static_cast<long>(RequestPlan::kMaxRedirects));
   curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
   curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
   curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
@@ -252,7 +252,7 @@ void CurlCall::Fail(const http::Error& error) {
 
 CurlCall::Clock::time_point CurlCall::NextDeadline() const {
   Clock::time_point next = Clock::time_point::max();
-  const RequestSpec& spec = Spec();
+  const RequestPlan& spec = Spec();
   if (stage_ == Stage::kBetweenAttempts) next = RetryAt();
   if (stage_ == Stage::kDone || stage_ == Stage::kNotBegun) return next;
   if (!Responded()) next = std::min(next, OpenDeadline());
@@ -264,7 +264,7 @@ CurlCall::Clock::time_point CurlCall::NextDeadline() const {
 
 void CurlCall::CheckDeadlines(Clock::time_point now) {
   std::shared_ptr<CurlCall> self = Self();
-  const RequestSpec& spec = Spec();
+  const RequestPlan& spec = Spec();
   http::Error timeout;
   timeout.kind = ErrorKind::kTimeout;
   if (!Responded() && now >= OpenDeadline()) {
@@ -316,7 +316,7 @@ bool CurlCall::OnHeadersEnded() {
   if (status_ < kFirstFinalStatus) return true;  // interim (1xx): the real one follows
   if (status_ >= 300 && status_ < 400 && headers_.Has("Location")) {
     // libcurl follows it, or ends the transfer with too many redirects.
-    if (redirects_ < RequestSpec::kMaxRedirects) {
+    if (redirects_ < RequestPlan::kMaxRedirects) {
       ReportPhase(http::StatusPhase::kRedirected, ++redirects_);
     }
     return !Silenced();

@@ -22,7 +22,7 @@ class CurlCall : public CallBase {
  public:
   // `owner` is used on the network thread only, where it is alive;
   // `transport` is how other threads reach it.
-  CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner, RequestSpec spec);
+  CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner, RequestPlan spec);
   ~CurlCall() override;
 
   // --- Network thread.

@@ -63,7 +63,7 @@ CurlTransport::~CurlTransport() {
   curl_multi_cleanup(multi_);
 }
 
-std::shared_ptr<http::IRequestCall> CurlTransport::CreateCall(RequestSpec spec) {
+std::shared_ptr<http::IRequestCall> CurlTransport::CreateCall(RequestPlan spec) {
   return std::make_shared<CurlCall>(weak_from_this(), this, std::move(spec));
 }
 

@@ -29,7 +29,7 @@ class CurlTransport : public Transport, public std::enable_shared_from_this<Curl
   static std::shared_ptr<CurlTransport> Create();
   ~CurlTransport() override;
 
-  std::shared_ptr<http::IRequestCall> CreateCall(RequestSpec spec) override;
+  std::shared_ptr<http::IRequestCall> CreateCall(RequestPlan spec) override;
   void Shutdown() override;
 
   // Runs `task` on the network thread. False, dropping the task, once the

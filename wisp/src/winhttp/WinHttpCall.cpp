@@ -125,7 +125,7 @@ std::string BareHost(const std::string& host) {
 }  // namespace
 
 WinHttpCall::WinHttpCall(std::weak_ptr<WinHttpTransport> transport, WinHttpTransport* owner,
-                         std::shared_ptr<WinHttpInbox> inbox, RequestSpec spec)
+                         std::shared_ptr<WinHttpInbox> inbox, RequestPlan spec)
     : CallBase(std::move(spec)), transport_(std::move(transport)), owner_(owner), inbox_(std::move(inbox)) {}
 
 WinHttpCall::~WinHttpCall() = default;
@@ -202,7 +202,7 @@ void WinHttpCall::StartAttempt() {
 }
 
 bool WinHttpCall::OpenRequest() {
-  const RequestSpec& spec = Spec();
+  const RequestPlan& spec = Spec();
   const bool elsewhere = !spec.connectHost.empty();
   const std::string host = BareHost(elsewhere ? spec.connectHost : spec.host);
   const int32_t port = elsewhere && spec.connectPort != 0 ? spec.connectPort : spec.port;
@@ -215,7 +215,7 @@ bool WinHttpCall::OpenRequest() {
   ++openRequestHandles_;
   DWORD_PTR context = reinterpret_cast<DWORD_PTR>(this);
   WinHttpSetOption(request_, WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context));
-  DWORD maxRedirects = RequestSpec::kMaxRedirects;
+  DWORD maxRedirects = RequestPlan::kMaxRedirects;
   WinHttpSetOption(request_, WINHTTP_OPTION_MAX_HTTP_AUTOMATIC_REDIRECTS, &maxRedirects, sizeof(maxRedirects));
   // Older systems do not know HTTP/2; they answer false and stay on HTTP/1.1.
   DWORD protocols = WINHTTP_PROTOCOL_FLAG_HTTP2;
@@ -335,7 +335,7 @@ void WinHttpCall::OnHeadersAvailable() {
   const int32_t statusCode = static_cast<int32_t>(status);
   if (statusCode >= kRedirectClassBegin && statusCode < kRedirectClassEnd && headers.Has("Location")) {
     // WinHTTP follows redirects itself; one it hands back is one too many.
-    Fail(Failure(ErrorKind::kTooManyRedirects, "more than " + std::to_string(RequestSpec::kMaxRedirects) +
+    Fail(Failure(ErrorKind::kTooManyRedirects, "more than " + std::to_string(RequestPlan::kMaxRedirects) +
                                                    " redirects"));
     return;
   }
@@ -436,7 +436,7 @@ void WinHttpCall::Complete() {
 
 WinHttpCall::Clock::time_point WinHttpCall::NextDeadline() const {
   Clock::time_point next = Clock::time_point::max();
-  const RequestSpec& spec = Spec();
+  const RequestPlan& spec = Spec();
   if (stage_ == Stage::kDone || stage_ == Stage::kNotBegun) return next;
   if (stage_ == Stage::kBetweenAttempts) next = RetryAt();
   if (!Responded()) next = std::min(next, OpenDeadline());
@@ -449,7 +449,7 @@ WinHttpCall::Clock::time_point WinHttpCall::NextDeadline() const {
 
 void WinHttpCall::CheckDeadlines(Clock::time_point now) {
   std::shared_ptr<WinHttpCall> self = Self();
-  const RequestSpec& spec = Spec();
+  const RequestPlan& spec = Spec();
   if (stage_ == Stage::kDone) return;
   if (!Responded() && now >= OpenDeadline()) {
     Fail(Failure(ErrorKind::kTimeout, "no response within " + std::to_string(spec.openTimeoutMs) + " ms"));

@@ -36,7 +36,7 @@ class WinHttpCall : public CallBase {
   // `owner` is used on the network thread only, where it is alive;
   // `transport` is how callers reach it; `inbox` is where WinHTTP's events go.
   WinHttpCall(std::weak_ptr<WinHttpTransport> transport, WinHttpTransport* owner,
-              std::shared_ptr<WinHttpInbox> inbox, RequestSpec spec);
+              std::shared_ptr<WinHttpInbox> inbox, RequestPlan spec);
   ~WinHttpCall() override;
 
   // The callback installed on the session; runs on WinHTTP's threads.

@@ -81,7 +81,7 @@ WinHttpTransport::~WinHttpTransport() {
   if (session_ != nullptr) WinHttpCloseHandle(session_);
 }
 
-std::shared_ptr<http::IRequestCall> WinHttpTransport::CreateCall(RequestSpec spec) {
+std::shared_ptr<http::IRequestCall> WinHttpTransport::CreateCall(RequestPlan spec) {
   return std::make_shared<WinHttpCall>(weak_from_this(), this, inbox_, std::move(spec));
 }
 

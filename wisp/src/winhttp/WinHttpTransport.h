@@ -32,7 +32,7 @@ class WinHttpTransport : public Transport, public std::enable_shared_from_this<W
   static std::shared_ptr<WinHttpTransport> Create();
   ~WinHttpTransport() override;
 
-  std::shared_ptr<http::IRequestCall> CreateCall(RequestSpec spec) override;
+  std::shared_ptr<http::IRequestCall> CreateCall(RequestPlan spec) override;
   void Shutdown() override;
 
   // A task from a caller. False, dropping it, once the transport is stopping.

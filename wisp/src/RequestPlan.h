@@ -1,6 +1,6 @@
 // A request's options, parsed and checked once, in the form the backends use.
-#ifndef WISP_SRC_REQUESTSPEC_H_
-#define WISP_SRC_REQUESTSPEC_H_
+#ifndef WISP_SRC_REQUESTPLAN_H_
+#define WISP_SRC_REQUESTPLAN_H_
 
 #include <wisp/http/Error.h>
 #include <wisp/http/Headers.h>
@@ -13,14 +13,14 @@
 namespace wisp {
 namespace internal {
 
-struct RequestSpec {
+struct RequestPlan {
   static constexpr int64_t kDefaultOpenTimeoutMs = 15000;
   static constexpr int64_t kDefaultStallTimeoutMs = 15000;
   static constexpr int32_t kMaxRedirects = 5;
 
   // Never fails: a request that cannot be sent carries its error in `invalid`,
   // and the backend reports it once the call is started.
-  static RequestSpec FromOptions(http::RequestType type, const http::Options& options);
+  static RequestPlan FromOptions(http::RequestType type, const http::Options& options);
 
   http::RequestType type = http::RequestType::kGet;
   std::string url;
@@ -51,4 +51,4 @@ struct RequestSpec {
 }  // namespace internal
 }  // namespace wisp
 
-#endif  // WISP_SRC_REQUESTSPEC_H_
+#endif  // WISP_SRC_REQUESTPLAN_H_

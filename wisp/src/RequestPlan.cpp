@@ -1,4 +1,4 @@
-#include "RequestSpec.h"
+#include "RequestPlan.h"
 
 #include "TextUtil.h"
 
@@ -50,7 +50,7 @@ bool SplitHostPort(std::string_view text, std::string* host, int32_t* port) {
   return true;
 }
 
-bool SplitUrl(RequestSpec* spec) {
+bool SplitUrl(RequestPlan* spec) {
   std::string_view url = Trim(spec->url);
   constexpr std::string_view kHttp = "http://";
   constexpr std::string_view kHttps = "https://";
@@ -74,9 +74,9 @@ bool SplitUrl(RequestSpec* spec) {
 
 }  // namespace
 
-RequestSpec RequestSpec::FromOptions(http::RequestType type, const http::Options& options) {
+RequestPlan RequestPlan::FromOptions(http::RequestType type, const http::Options& options) {
   namespace option = http::option;
-  RequestSpec spec;
+  RequestPlan spec;
   spec.type = type;
   spec.url = options.Get(option::kUrl);
   spec.headers = options.GetHeaders();
