@@ -8,6 +8,29 @@ bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
 }  // namespace
 
+FileStatus PositionalFile::ReadScattered(uint64_t offset, const std::vector<ReadSlice>& slices, size_t* bytesRead) {
+  *bytesRead = 0;
+  return ReadRemainingSlices(offset, slices, bytesRead);
+}
+
+FileStatus PositionalFile::ReadRemainingSlices(uint64_t offset, const std::vector<ReadSlice>& slices,
+                                               size_t* bytesRead) {
+  size_t alreadyThere = *bytesRead;
+  for (const ReadSlice& slice : slices) {
+    if (alreadyThere >= slice.length) {
+      alreadyThere -= slice.length;
+      continue;
+    }
+    size_t wanted = slice.length - alreadyThere;
+    size_t got = 0;
+    FileStatus status = Read(offset + *bytesRead, wanted, static_cast<char*>(slice.buffer) + alreadyThere, &got);
+    *bytesRead += got;
+    if (!status.ok() || got < wanted) return status;
+    alreadyThere = 0;
+  }
+  return FileStatus::Ok();
+}
+
 FileStatus FileSystem::CheckOpenFlags(const std::string& path, uint32_t flags) {
   if ((flags & (kOpenRead | kOpenWrite)) == 0) return FileStatus::InvalidArgument("open without read or write " + path);
   if ((flags & kOpenTruncate) != 0 && (flags & kOpenWrite) == 0) {

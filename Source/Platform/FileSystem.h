@@ -49,6 +49,12 @@ enum OpenFlag : uint32_t {
   kOpenTruncate = 1u << 3,
 };
 
+// One destination of a scattered read: `length` bytes into `buffer`.
+struct ReadSlice {
+  void* buffer;
+  size_t length;
+};
+
 struct FileInfo {
   bool isDirectory = false;
   uint64_t size = 0;
@@ -63,10 +69,19 @@ class PositionalFile {
   // Up to `length` bytes at `offset` into `buffer`; fewer only at the end of
   // the file or on error.
   virtual FileStatus Read(uint64_t offset, size_t length, void* buffer, size_t* bytesRead) = 0;
+  // Consecutive bytes from `offset` spread over `slices` in order, in one
+  // system call where the platform has one; the same end-of-file rule as
+  // Read. The default reads slice by slice.
+  virtual FileStatus ReadScattered(uint64_t offset, const std::vector<ReadSlice>& slices, size_t* bytesRead);
   virtual FileStatus Write(uint64_t offset, const void* data, size_t length, size_t* bytesWritten) = 0;
   virtual FileStatus Size(uint64_t* size) = 0;
   // Hands what the system buffers for this file to the device.
   virtual FileStatus Sync() = 0;
+
+ protected:
+  // Reads what `slices` still lack after the first `*bytesRead` bytes, slice
+  // by slice, adding to `*bytesRead`; stops at the end of the file.
+  FileStatus ReadRemainingSlices(uint64_t offset, const std::vector<ReadSlice>& slices, size_t* bytesRead);
 };
 
 class FileSystem {

@@ -5,10 +5,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdint>
 #include <limits>
+#include <vector>
 
 #include "Platform/FileSystem.h"
 
@@ -43,6 +46,29 @@ class PosixPositionalFile : public PositionalFile {
       *bytesRead += static_cast<size_t>(got);
     }
     return FileStatus::Ok();
+  }
+
+  FileStatus ReadScattered(uint64_t offset, const std::vector<ReadSlice>& slices, size_t* bytesRead) override {
+    *bytesRead = 0;
+    std::vector<iovec> vectors;
+    vectors.reserve(slices.size());
+    size_t total = 0;
+    for (const ReadSlice& slice : slices) {
+      vectors.push_back(iovec{slice.buffer, slice.length});
+      total += slice.length;
+    }
+    if (offset > kMaxOffset || total > kMaxOffset - offset || vectors.size() > static_cast<size_t>(IOV_MAX)) {
+      return ReadRemainingSlices(offset, slices, bytesRead);
+    }
+    ssize_t got;
+    do {
+      got = preadv(fd_, vectors.data(), static_cast<int>(vectors.size()), static_cast<off_t>(offset));
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) return ErrnoStatus("preadv " + path_, errno);
+    *bytesRead = static_cast<size_t>(got);
+    if (*bytesRead == total || got == 0) return FileStatus::Ok();
+    // A short transfer before the end of the file: the rest as plain reads.
+    return ReadRemainingSlices(offset, slices, bytesRead);
   }
 
   FileStatus Write(uint64_t offset, const void* data, size_t length, size_t* bytesWritten) override {

@@ -1,5 +1,7 @@
 #include "Storage/DiskAdapterIntercept.h"
 
+#include <algorithm>
+
 #include "Storage/SegmentChunk.h"
 #include "Storage/SegmentFileV1.h"
 #include "Utils/log/LogMessage.h"
@@ -19,6 +21,11 @@ uint32_t DiskAdapterIntercept::checksumOf(const uint8_t* data, uint64_t len) {
 
 bool DiskAdapterIntercept::isWholeChunk(const SegmentChunk& chunk, uint64_t goff, uint64_t len) {
   return chunk.offset == goff && chunk.content_len == len;
+}
+
+bool DiskAdapterIntercept::isFilledRun(const std::vector<SegmentChunk>& chunks, uint64_t goff, uint64_t len) {
+  if (chunks.empty() || chunks.back().offset + chunks.back().content_len != goff + len) return false;
+  return std::all_of(chunks.begin(), chunks.end(), [](const SegmentChunk& chunk) { return chunk.is_filled; });
 }
 
 int64_t DiskAdapterIntercept::before_write(const uint8_t* data, uint64_t goff, uint64_t len) {
@@ -87,6 +94,34 @@ bool DiskAdapterIntercept::after_read(const uint8_t* data, uint64_t goff, uint64
                isWholeChunk(chunk, goff, len) && chunk.is_filled && checksumOf(data, len) == chunk.crc;
   if (whole) {
     DL_LOGT << tag_ << "after_read,ok,goff:" << goff;
+  } else {
+    DL_LOGW << tag_ << "after_read,failed,goff:" << goff << ",len:" << len << ",nread:" << nread;
+  }
+  return whole;
+}
+
+bool DiskAdapterIntercept::before_read_run(uint64_t goff, uint64_t len, std::vector<SegmentChunk>* chunks) {
+  if (!segmentFile_->refreshed_run(goff, len, chunks) || !isFilledRun(*chunks, goff, len)) {
+    DL_LOGD << tag_ << "before_read,failed,goff:" << goff << ",len:" << len;
+    return false;
+  }
+  return true;
+}
+
+bool DiskAdapterIntercept::after_read_run(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread,
+                                          const std::vector<SegmentChunk>& chunks,
+                                          const std::vector<uint32_t>& storedChecksums) {
+  // As after_read: the bits are read again after the contents, so that a
+  // chunk unfilled for rewriting while we read shows here.
+  uint64_t expected = len + chunks.size() * SegmentFileV1::kChecksumSize;
+  std::vector<SegmentChunk> now;
+  bool whole = nread >= 0 && static_cast<uint64_t>(nread) == expected && storedChecksums.size() == chunks.size() &&
+               segmentFile_->refreshed_run(goff, len, &now) && isFilledRun(now, goff, len);
+  for (size_t i = 0; whole && i < chunks.size(); ++i) {
+    whole = checksumOf(data + (chunks[i].offset - goff), chunks[i].content_len) == storedChecksums[i];
+  }
+  if (whole) {
+    DL_LOGT << tag_ << "after_read,ok,goff:" << goff << ",chunks:" << chunks.size();
   } else {
     DL_LOGW << tag_ << "after_read,failed,goff:" << goff << ",len:" << len << ",nread:" << nread;
   }

@@ -6,7 +6,9 @@
 // and reports the count to `after_write`, which commits the chunk (checksum,
 // then bit). Read: `before_read` hands out the position of a whole, filled
 // chunk, else -1; `after_read` accepts the bytes only if they are the whole
-// chunk and their checksum matches the stored one.
+// chunk and their checksum matches the stored one. The `_run` forms apply
+// the read guards to every chunk of a run of whole chunks read in one
+// transfer; the run's bits are refreshed once before it and once after.
 //
 // Edge cases: a write or read that does not start on a chunk boundary or does
 // not span the chunk's exact content length is refused; a filled chunk whose
@@ -23,6 +25,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "Storage/ChunkChecksum.h"
 
@@ -40,10 +43,19 @@ class DiskAdapterIntercept {
   bool after_write(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nwritten);
   int64_t before_read(uint64_t goff, uint64_t len);
   bool after_read(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread);
+  // The run [goff, goff + len) of whole, filled chunks, or false.
+  bool before_read_run(uint64_t goff, uint64_t len, std::vector<SegmentChunk>* chunks);
+  // `nread` bytes arrived for `chunks` (contents and stored checksums, as laid
+  // out on disk): true when that is all of them, every bit is still set and
+  // every content matches its checksum.
+  bool after_read_run(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread,
+                      const std::vector<SegmentChunk>& chunks, const std::vector<uint32_t>& storedChecksums);
 
  private:
   // True when the chunk starts at goff and holds exactly len bytes.
   static bool isWholeChunk(const SegmentChunk& chunk, uint64_t goff, uint64_t len);
+  // True when every chunk is filled and the last one ends at goff + len.
+  static bool isFilledRun(const std::vector<SegmentChunk>& chunks, uint64_t goff, uint64_t len);
   uint32_t checksumOf(const uint8_t* data, uint64_t len);
 
   // Constant after construction.

@@ -208,12 +208,7 @@ bool SegmentFileV1::locateLocked(uint64_t goff, Lookup lookup, SegmentChunk* chu
   if (index >= chunkCount_) return false;
   if (lookup != Lookup::kGeometry && !updateFillStateLocked(index)) return false;
 
-  SegmentChunk found;
-  found.position = positionOfLocked(index);
-  found.offset = chunkContentSize_ * index;
-  found.chunk_index = index;
-  found.is_filled = isFilledLocked(index);
-  found.content_len = contentLengthOfLocked(index);
+  SegmentChunk found = describeLocked(index);
   if (lookup == Lookup::kRefreshBitAndReadCrc) {
     uint8_t crc[kChecksumSize];
     if (file_->read(crc, kChecksumSize, found.position + found.content_len) ==
@@ -223,6 +218,30 @@ bool SegmentFileV1::locateLocked(uint64_t goff, Lookup lookup, SegmentChunk* chu
     DL_LOGT << tag_ << "get_segment_chunk:" << found.to_string();
   }
   *chunk = found;
+  return true;
+}
+
+SegmentChunk SegmentFileV1::describeLocked(uint64_t chunkIndex) const {
+  SegmentChunk chunk;
+  chunk.position = positionOfLocked(chunkIndex);
+  chunk.offset = chunkContentSize_ * chunkIndex;
+  chunk.chunk_index = chunkIndex;
+  chunk.is_filled = isFilledLocked(chunkIndex);
+  chunk.content_len = contentLengthOfLocked(chunkIndex);
+  return chunk;
+}
+
+bool SegmentFileV1::refreshed_run(uint64_t goff, uint64_t len, std::vector<SegmentChunk>* chunks) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!isValid_ || len == 0 || goff % chunkContentSize_ != 0 || goff >= contentFileSize_ ||
+      len > contentFileSize_ - goff) {
+    return false;
+  }
+  uint64_t firstIndex = goff / chunkContentSize_;
+  uint64_t lastIndex = (goff + len - 1) / chunkContentSize_;
+  if (!refreshFillStatesLocked(firstIndex, lastIndex)) return false;
+  chunks->clear();
+  for (uint64_t index = firstIndex; index <= lastIndex; ++index) chunks->push_back(describeLocked(index));
   return true;
 }
 
@@ -280,16 +299,24 @@ bool SegmentFileV1::update_fill_state(uint64_t chunk_index) {
 }
 
 bool SegmentFileV1::updateFillStateLocked(uint64_t chunkIndex) {
-  if (!isValid_ || chunkIndex / 8 >= bitmap_.size()) return false;
-  uint64_t byteIndex = chunkIndex / 8;
-  uint8_t value = 0;
-  if (file_->read(&value, 1, kHeaderSize + byteIndex) != 1) {
-    DL_LOGW << tag_ << "update fill state,fail,chunk:" << chunkIndex;
+  return refreshFillStatesLocked(chunkIndex, chunkIndex);
+}
+
+// The bits live on disk, where other objects of the same file commit theirs;
+// the bytes read replace the in-memory copy.
+bool SegmentFileV1::refreshFillStatesLocked(uint64_t firstIndex, uint64_t lastIndex) {
+  if (!isValid_ || firstIndex > lastIndex || lastIndex / 8 >= bitmap_.size()) return false;
+  uint64_t firstByte = firstIndex / 8;
+  std::vector<uint8_t> onDisk(lastIndex / 8 - firstByte + 1);
+  if (file_->read(onDisk.data(), onDisk.size(), kHeaderSize + firstByte) != static_cast<int64_t>(onDisk.size())) {
+    DL_LOGW << tag_ << "update fill state,fail,chunk:" << firstIndex;
     return false;
   }
-  DL_LOGT << tag_ << "update fill state,from:" << static_cast<int>(bitmap_[byteIndex])
-          << ",to:" << static_cast<int>(value);
-  bitmap_[byteIndex] = value;
+  for (size_t i = 0; i < onDisk.size(); ++i) {
+    DL_LOGT << tag_ << "update fill state,from:" << static_cast<int>(bitmap_[firstByte + i])
+            << ",to:" << static_cast<int>(onDisk[i]);
+    bitmap_[firstByte + i] = onDisk[i];
+  }
   return true;
 }
 

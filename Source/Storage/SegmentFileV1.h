@@ -115,6 +115,9 @@ class SegmentFileV1 {
   bool get_segment_chunk(uint64_t goff, SegmentChunk* chunk);
   // The same without the checksum (crc 0): one read of the bit's byte.
   bool refreshed_chunk_at(uint64_t goff, SegmentChunk* chunk);
+  // The chunks of [goff, goff + len), which must start on a chunk boundary,
+  // with all their bits refreshed from disk in one read (crc 0).
+  bool refreshed_run(uint64_t goff, uint64_t len, std::vector<SegmentChunk>* chunks);
   // Where the chunk lies, without touching the disk: is_filled as last seen
   // in memory, crc 0. For callers that only need the geometry.
   bool chunk_at(uint64_t goff, SegmentChunk* chunk);
@@ -149,6 +152,8 @@ class SegmentFileV1 {
   bool locateLocked(uint64_t goff, Lookup lookup, SegmentChunk* chunk);
   bool readHeaderLocked(uint64_t* contentFileSize, uint64_t* bitmapSize, uint64_t* chunkContentSize);
   bool updateFillStateLocked(uint64_t chunkIndex);
+  bool refreshFillStatesLocked(uint64_t firstIndex, uint64_t lastIndex);
+  SegmentChunk describeLocked(uint64_t chunkIndex) const;
   bool setFillStateLocked(uint64_t chunkIndex, bool filled);
   bool isFilledLocked(uint64_t chunkIndex) const;
   uint64_t positionOfLocked(uint64_t chunkIndex) const;

@@ -93,16 +93,8 @@ std::shared_ptr<BufferChunk> SegmentReadSide::ReadBlock(int64_t offset, uint64_t
   SegmentFileV1& file = adapter_->segmentFile();
   if (static_cast<uint64_t>(offset) % file.chunk_content_size() != 0) return ReadChunkTail(offset);
   uint64_t length = std::min(chunks * file.chunk_content_size(), file.content_file_size() - offset);
-  auto fill = [this, &file, offset, length](uint8_t* block) {
-    for (uint64_t done = 0; done < length;) {
-      SegmentChunk chunk;
-      if (!file.chunk_at(static_cast<uint64_t>(offset) + done, &chunk)) return false;
-      if (adapter_->read(block + done, chunk.content_len, chunk.offset) != static_cast<int64_t>(chunk.content_len)) {
-        return false;
-      }
-      done += chunk.content_len;
-    }
-    return true;
+  auto fill = [this, offset, length](uint8_t* block) {
+    return adapter_->readRun(block, length, static_cast<uint64_t>(offset)) == static_cast<int64_t>(length);
   };
   std::shared_ptr<BufferChunk> block = BufferChunk::AllocBufferChunkFilledBy(length, fill);
   // A gap inside the block: deliver the chunks before it one by one.

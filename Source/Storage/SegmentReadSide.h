@@ -6,8 +6,9 @@
 // it returns, either OnOpen (with the resource's size) followed by the first
 // block, or OnSegmentError: a file that is missing or invalid, or whose bytes
 // at the start offset are not stored, fails at once. The thread then delivers
-// blocks of up to kChunksPerBlock whole chunks, read through the file's guard
-// straight into the chunk that is handed over (no copy), until the end of the
+// blocks of up to kChunksPerBlock whole chunks, each read through the file's
+// guard in one scattered transfer straight into the chunk that is handed over
+// (no copy), until the end of the
 // resource or a chunk that is not stored (OnSegmentError after the chunks
 // before it). It stays at most kReadAhead bytes ahead of what the consumer
 // reported as Consumed, so a slow reader does not make it load the whole

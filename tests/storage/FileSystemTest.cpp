@@ -59,6 +59,47 @@ TEST_F(FileSystemTest, PositionalTransfersAndTheEndOfTheFile) {
   EXPECT_EQ(size, 0u);
 }
 
+// The platform's own scattered read, and the slice-by-slice one that every
+// other file (a test's wrapper, say) inherits, agree on order and on the end.
+class SliceBySliceFile : public PositionalFile {
+ public:
+  explicit SliceBySliceFile(PositionalFile* base) : base_(base) {}
+  FileStatus Read(uint64_t offset, size_t length, void* buffer, size_t* bytesRead) override {
+    return base_->Read(offset, length, buffer, bytesRead);
+  }
+  FileStatus Write(uint64_t offset, const void* data, size_t length, size_t* bytesWritten) override {
+    return base_->Write(offset, data, length, bytesWritten);
+  }
+  FileStatus Size(uint64_t* size) override { return base_->Size(size); }
+  FileStatus Sync() override { return base_->Sync(); }
+
+ private:
+  PositionalFile* base_;
+};
+
+TEST_F(FileSystemTest, ScatteredReadsFillTheSlicesInOrderAndStopAtTheEnd) {
+  auto file = Open(dir_.Join("scattered"), kReadWrite | kOpenCreate);
+  size_t written = 0;
+  ASSERT_TRUE(file->Write(0, "abcdefghij", 10, &written).ok());
+  SliceBySliceFile sliceBySlice(file.get());
+  std::vector<PositionalFile*> readers = {file.get(), &sliceBySlice};
+  for (PositionalFile* reader : readers) {
+    std::string first(3, '.'), second(1, '.'), third(4, '.');
+    std::vector<ReadSlice> slices = {{&first[0], 3}, {&second[0], 1}, {&third[0], 4}};
+    size_t bytesRead = 0;
+    ASSERT_TRUE(reader->ReadScattered(1, slices, &bytesRead).ok());
+    EXPECT_EQ(bytesRead, 8u);
+    EXPECT_EQ(first + second + third, "bcdefghi");
+
+    first.assign(3, '.'), second.assign(1, '.'), third.assign(4, '.');
+    ASSERT_TRUE(reader->ReadScattered(4, slices, &bytesRead).ok());
+    EXPECT_EQ(bytesRead, 6u) << "the file ends inside the third slice";
+    EXPECT_EQ(first + second + third, "efghij..");
+    ASSERT_TRUE(reader->ReadScattered(10, slices, &bytesRead).ok());
+    EXPECT_EQ(bytesRead, 0u) << "at the end";
+  }
+}
+
 TEST_F(FileSystemTest, OneFileHeldByAWriterAndAReaderAtOnce) {
   std::string path = dir_.Join("shared");
   auto writer = Open(path, kReadWrite | kOpenCreate);

@@ -85,6 +85,34 @@ TEST_F(SegmentFileReaderTest, KeptChunkIsDroppedWhenItsBitIsCleared) {
   EXPECT_TRUE(Read(reader, 10, 10).empty()) << "the kept copy must not outlive the bit";
 }
 
+// A run of whole chunks in one transfer: the contents land back to back (the
+// checksums between them on disk do not), and each chunk keeps its guards.
+TEST_F(SegmentFileReaderTest, ARunOfWholeChunksReadsInPlaceWithEveryChunksGuard) {
+  for (uint64_t index = 0; index < 4; ++index) Fill(index);
+  std::vector<uint8_t> buffer(1000);
+  ASSERT_EQ(adapter_->readRun(buffer.data(), 1000, 0), 1000);
+  EXPECT_EQ(buffer, SourceBytes(kSeed, 0, 1000));
+  buffer.assign(700, 0);
+  ASSERT_EQ(adapter_->readRun(buffer.data(), 700, 300), 700) << "up to the short last chunk";
+  EXPECT_EQ(buffer, SourceBytes(kSeed, 300, 700));
+  EXPECT_EQ(adapter_->readRun(buffer.data(), 500, 0), -1) << "ends inside a chunk";
+  EXPECT_EQ(adapter_->readRun(buffer.data(), 300, 150), -1) << "starts inside a chunk";
+
+  SegmentChunk second;
+  ASSERT_TRUE(adapter_->segmentFile().chunk_at(300, &second));
+  std::vector<uint8_t> raw = dltest::ReadWholeFile(path_);
+  raw[second.position + second.content_len] ^= 0x5A;
+  dltest::WriteWholeFile(path_, raw);
+  EXPECT_EQ(adapter_->readRun(buffer.data(), 600, 0), -1) << "a stored checksum that does not match";
+  raw[second.position + second.content_len] ^= 0x5A;
+  dltest::WriteWholeFile(path_, raw);
+  ASSERT_EQ(adapter_->readRun(buffer.data(), 600, 0), 600);
+
+  ASSERT_TRUE(adapter_->segmentFile().set_fill_state(2, false));
+  EXPECT_EQ(adapter_->readRun(buffer.data(), 1000, 0), -1) << "a chunk of the run is not filled";
+  EXPECT_EQ(adapter_->readRun(buffer.data(), 600, 0), 600);
+}
+
 TEST_F(SegmentFileReaderTest, ReaderOfAMissingOrForeignFileReadsNothingAndCreatesNothing) {
   SegmentFileReader missing(dir_.Join("missing"), 2, provider_);
   EXPECT_FALSE(missing.isValid());

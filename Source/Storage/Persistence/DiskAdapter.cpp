@@ -1,7 +1,9 @@
 #include "Storage/Persistence/DiskAdapter.h"
 
+#include "Storage/ByteOrder.h"
 #include "Storage/Persistence/DiskCacheEntry.h"
 #include "Storage/Persistence/File.h"
+#include "Storage/SegmentChunk.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -50,6 +52,27 @@ int64_t DiskAdapter::read(uint8_t* data, uint64_t len, uint64_t goff) {
   int64_t bytesRead = file_->read(data, len, static_cast<uint64_t>(position));
   if (!intercept_->after_read(data, goff, len, bytesRead)) return -1;
   return bytesRead;
+}
+
+int64_t DiskAdapter::readRun(uint8_t* data, uint64_t len, uint64_t goff) {
+  std::vector<SegmentChunk> chunks;
+  if (!intercept_ || !intercept_->before_read_run(goff, len, &chunks)) return -1;
+  // Slots lie back to back, each a content with its checksum right behind:
+  // one scattered read puts every content in place and every checksum aside.
+  std::vector<uint8_t> checksumBytes(chunks.size() * SegmentFileV1::kChecksumSize);
+  std::vector<platform::ReadSlice> slices;
+  slices.reserve(2 * chunks.size());
+  for (size_t i = 0; i < chunks.size(); ++i) {
+    slices.push_back({data + (chunks[i].offset - goff), static_cast<size_t>(chunks[i].content_len)});
+    slices.push_back({checksumBytes.data() + i * SegmentFileV1::kChecksumSize, SegmentFileV1::kChecksumSize});
+  }
+  int64_t bytesRead = file_->readScattered(slices, chunks.front().position);
+  std::vector<uint32_t> storedChecksums(chunks.size());
+  for (size_t i = 0; i < chunks.size(); ++i) {
+    storedChecksums[i] = GetLittleEndian<uint32_t>(checksumBytes.data() + i * SegmentFileV1::kChecksumSize);
+  }
+  if (!intercept_->after_read_run(data, goff, len, bytesRead, chunks, storedChecksums)) return -1;
+  return static_cast<int64_t>(len);
 }
 
 bool DiskAdapter::writeCache(const DiskCacheEntry& entry) {

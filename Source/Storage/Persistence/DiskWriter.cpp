@@ -90,6 +90,24 @@ int64_t DiskWriter::readData(void* buffer, uint64_t length, uint64_t offset) {
   return static_cast<int64_t>(bytesRead);
 }
 
+int64_t DiskWriter::readScattered(const std::vector<platform::ReadSlice>& slices, uint64_t offset) {
+  uint64_t length = 0;
+  for (const platform::ReadSlice& slice : slices) length += slice.length;
+  std::shared_ptr<platform::PositionalFile> file = handle();
+  if (!file || !seek(offset, length)) {
+    DL_LOGW << tag_ << "readScattered,seek,fail,offset:" << offset;
+    return -1;
+  }
+  size_t bytesRead = 0;
+  platform::FileStatus status = file->ReadScattered(offset, slices, &bytesRead);
+  if (!status.ok()) {
+    DL_LOGE << tag_ << "readScattered,fail,errNum:" << status.errorNumber() << "," << status.ToString();
+    return -1;
+  }
+  DL_LOGT << tag_ << "readScattered,rv:" << bytesRead;
+  return static_cast<int64_t>(bytesRead);
+}
+
 int64_t DiskWriter::writeData(const void* buffer, uint64_t length, uint64_t offset) {
   std::shared_ptr<platform::PositionalFile> file = handle();
   if (!file || !seek(offset, length)) {

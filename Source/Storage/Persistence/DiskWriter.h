@@ -20,6 +20,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "Platform/FileSystem.h"
 
@@ -46,6 +47,8 @@ class DiskWriter {
   bool openFileWithFlags(uint32_t flags);
 
   int64_t readData(void* buffer, uint64_t length, uint64_t offset);
+  // Consecutive bytes from `offset` into `slices`; the count read, or -1.
+  int64_t readScattered(const std::vector<platform::ReadSlice>& slices, uint64_t offset);
   int64_t writeData(const void* buffer, uint64_t length, uint64_t offset);
   // True when `length` bytes at `offset` lie inside what the platform can
   // address; transfers check it before touching the handle.

@@ -44,6 +44,9 @@ class File {
   int64_t read(void* buffer, uint64_t length, uint64_t position) {
     return writer_.readData(buffer, length, position);
   }
+  int64_t readScattered(const std::vector<platform::ReadSlice>& slices, uint64_t position) {
+    return writer_.readScattered(slices, position);
+  }
   int64_t write(const void* data, uint64_t length, uint64_t position) {
     return writer_.writeData(data, length, position);
   }
