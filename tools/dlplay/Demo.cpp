@@ -16,7 +16,6 @@ namespace {
 constexpr int kDemoSegments = 30;
 constexpr int64_t kDemoSegmentSize = 1024 * 1024;
 constexpr int kDemoSegmentSeconds = 4;
-constexpr int64_t kPendingWritesTimeoutMs = 10000;
 
 // Checks every byte the player reads against the origin's content function.
 class ContentCheck {
@@ -86,8 +85,8 @@ int RunDemo(const Options& options, const std::shared_ptr<IniConfig>& config, st
   DemoPlay overHttp;
   DemoPlay fromCache;
   bool played = PlayOnce(options, config, url, jsonOut, origin, &overHttp);
-  // Segment writes land on the storage thread; the replay should find them all.
-  played = played && downloader::storage::CacheWriter::WaitForPendingWrites(kPendingWritesTimeoutMs) &&
+  // The replay should find every segment of the first play.
+  played = played && Player::FinishCacheWrites() &&
            PlayOnce(options, config, url, jsonOut, origin, &fromCache);
   origin.Stop();
   if (!played) return 1;

@@ -12,6 +12,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kReadPacketSize = 64 * 1024;
+constexpr int64_t kPendingWritesTimeoutMs = 10000;
 constexpr int32_t kPlayerId = 1;
 constexpr char kPlaylistHeader[] = "#EXTM3U";
 
@@ -140,6 +141,9 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
   Clock::time_point began = Clock::now();
   std::shared_ptr<downloader::IStream> stream = tunnel_->Acquire();
   DLResultCode opened = stream->Open(uri);
+  // Only the JSON report shows the digest; hashing every byte otherwise would
+  // cost the reading thread about as much as the download itself.
+  const bool hashing = jsonOut_ != nullptr;
   Sha256 digest;
   if (opened.code != kDLSuccess) {
     report.code = kDLFailure;
@@ -157,7 +161,7 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
         break;
       }
       if (result.bytes == 0) continue;
-      digest.Update(packet.data(), result.bytes);
+      if (hashing) digest.Update(packet.data(), result.bytes);
       if (keepBody) fetch.body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
       if (!keepBody && out_) out_.write(reinterpret_cast<const char*>(packet.data()), result.bytes);
       if (!keepBody && sink_) sink_(url, offset, packet.data(), result.bytes);
@@ -177,12 +181,16 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
   report.downgrades = report.levels.empty() ? 0 : static_cast<int>(report.levels.size()) - 1;
   report.executor = stream->GetInfo("executor");
   report.cacheHit = report.code == 0 && report.level == kDLLevelCache;
-  report.sha256 = digest.HexDigest();
+  if (hashing) report.sha256 = digest.HexDigest();
   stream->Close();
   tunnel_->Release(stream);
   report.ms = MillisecondsSince(began);
   progress_.EndRequest(report.bytes, report.level, report.code, downloader::SubCodeTag(report.subCode));
   return fetch;
+}
+
+bool Player::FinishCacheWrites() {
+  return downloader::storage::CacheWriter::WaitForPendingWrites(kPendingWritesTimeoutMs);
 }
 
 void Player::Record(const RequestReport& report, PlaySummary* summary) {

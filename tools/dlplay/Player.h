@@ -39,6 +39,11 @@ class Player {
 
   void SetBytesSink(BytesSink sink) { sink_ = std::move(sink); }
 
+  // Segment writes land on the library's storage thread after the streams
+  // have closed; a host that exits at once would lose the last segment's
+  // bytes. Waits for them, up to a bound; false when they did not finish.
+  static bool FinishCacheWrites();
+
  private:
   struct Fetch {
     RequestReport report;

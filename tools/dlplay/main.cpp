@@ -50,6 +50,9 @@ int PlayUrl(const dlplay::Options& options, const std::shared_ptr<dlplay::IniCon
       return 1;
     }
   }
+  if (!dlplay::Player::FinishCacheWrites()) {
+    std::fprintf(stderr, "dlplay: the cache's last writes did not finish; the next play may miss them\n");
+  }
   std::fputs(dlplay::PlaySummary::Format("summary", summary).c_str(), options.jsonReport ? stderr : stdout);
   return summary.failures() == 0 ? 0 : 1;
 }
