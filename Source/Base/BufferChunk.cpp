@@ -3,13 +3,15 @@
 #include <cstring>
 #include <new>
 
+#include "Base/BlockRecycler.h"
+
 namespace downloader {
 
 BufferChunk::BufferChunk(uint64_t size) : size_(size) {}
 
 BufferChunk& BufferChunk::operator=(const BufferChunk& other) {
   if (this == &other) return *this;
-  delete[] data_;
+  BlockRecycler::Instance().Give(data_, size_);
   data_ = nullptr;
   size_ = other.size_;
   if (other.data_ != nullptr && !Init(other.data_)) size_ = 0;
@@ -20,7 +22,7 @@ BufferChunk& BufferChunk::operator=(const BufferChunk& other) {
 }
 
 BufferChunk::~BufferChunk() {
-  delete[] data_;
+  BlockRecycler::Instance().Give(data_, size_);
   data_ = nullptr;
   size_ = 0;
   readOffset_ = 0;
@@ -38,7 +40,7 @@ std::shared_ptr<BufferChunk> BufferChunk::AllocBufferChunkFilledBy(uint64_t size
   if (size == 0 || !fill) return nullptr;
   std::shared_ptr<BufferChunk> chunk(new (std::nothrow) BufferChunk(size));
   if (!chunk) return nullptr;
-  chunk->data_ = new (std::nothrow) uint8_t[size];
+  chunk->data_ = BlockRecycler::Instance().Take(size);
   if (chunk->data_ == nullptr || !fill(chunk->data_)) return nullptr;
   return chunk;
 }
@@ -54,7 +56,7 @@ std::shared_ptr<BufferChunk> BufferChunk::AllocFlaggedChunk(int32_t flag, int32_
 bool BufferChunk::Init(const void* source) {
   if (size_ == 0) return true;
   if (source == nullptr) return false;
-  data_ = new (std::nothrow) uint8_t[size_];
+  data_ = BlockRecycler::Instance().Take(size_);
   if (data_ == nullptr) return false;
   std::memcpy(data_, source, size_);
   return true;
