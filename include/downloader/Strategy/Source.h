@@ -14,10 +14,9 @@
 // no call out of this class but the clock and the sink's atomic counter.
 //
 // Edge cases:
-// - BeginReceiving while receiving restarts nothing: the clock keeps running.
-// - HoldBack before BeginReceiving, or after EndReceiving, is remembered and
-//   only stops the clock of a request that is receiving.
-// - A new request (BeginReceiving) clears a hold left by the last one.
+// - BeginReceiving while receiving loses no time: the clock keeps running.
+// - Every request begins unheld (BeginReceiving clears a hold left by the
+//   last one); HoldBack(false) after EndReceiving does not restart the clock.
 // - Bytes that arrive outside a request are counted; they add no time.
 #ifndef DOWNLOADER_STRATEGY_SOURCE_H_
 #define DOWNLOADER_STRATEGY_SOURCE_H_
