@@ -13,8 +13,10 @@
 #include "Filter/HttpErrorCode.h"
 #include "Filter/WispBufferQueue.h"
 #include "Filter/WispLastReports.h"
+#include "Filter/WispPreloadBuffer.h"
 #include "Filter/WispRequestBuilder.h"
 #include "Filter/WispTotals.h"
+#include "Filter/WispTrackInfo.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -62,16 +64,35 @@ WispDownloadExecutor::~WispDownloadExecutor() = default;
 // --- Opening ---------------------------------------------------------------
 
 DLResultCode WispDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
-  DLResultCode started = OpenAsync(uri);
+  DLResultCode started = StartOpen(uri, /*preloadAllowed=*/false);
   if (!started.IsSuccess()) return started;
   return WaitOpenResult();
 }
 
 DLResultCode WispDownloadExecutor::OpenAsync(const std::shared_ptr<URI>& uri) {
+  return StartOpen(uri, /*preloadAllowed=*/true);
+}
+
+DLResultCode WispDownloadExecutor::StartOpen(const std::shared_ptr<URI>& uri, bool preloadAllowed) {
   if (uri == nullptr) return DLResultCode(kDLFailure, kNoDetail);
   EndCurrentRequest();
   ReadSettings(uri);
-  return StartRequest(WispRequestBuilder::kNoSeek);
+  const std::string preload = preloadAllowed ? TakePreloadBuffer() : std::string();
+  if (preload.empty()) return StartRequest(WispRequestBuilder::kNoSeek);
+  const int64_t start = ReadParamInt64(uri->GetParams(), "range_start", 0);
+  return StartRequest(start + static_cast<int64_t>(preload.size()), preload);
+}
+
+std::string WispDownloadExecutor::TakePreloadBuffer() {
+  if (!WispPreloadBuffer::Wanted(config_, *uri_)) return std::string();
+  const int64_t start = ReadParamInt64(uri_->GetParams(), "range_start", 0);
+  std::string preload = WispPreloadBuffer::Take(config_, uri_, start);
+  DL_LOGI << logTag_ << "] preloadBuffer:" << preload.size() << " start:" << start;
+  if (!preload.empty()) {
+    DL_LOGI << logTag_ << "] enable cache buffer, the network continues at offset:"
+            << start + static_cast<int64_t>(preload.size());
+  }
+  return preload;
 }
 
 DLResultCode WispDownloadExecutor::WaitOpenResult() {
@@ -110,15 +131,25 @@ void WispDownloadExecutor::ReadSettings(const std::shared_ptr<URI>& uri) {
   if (IsPlaylistUrl(uri->GetStringRep())) {
     DL_LOGI << logTag_ << "wispDownload m3u8 File";
   }
-  if (uri->ContainsParamKey("track_info")) {
-    DL_LOGD << logTag_ << "track_info:" << params.at("track_info");
-  }
+  ReadTrackInfo();
 
   std::lock_guard<std::mutex> lock(mutex_);
   if (playerBufferMs_ < 0) playerBufferMs_ = openBufferMs_;
 }
 
-DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset) {
+void WispDownloadExecutor::ReadTrackInfo() {
+  track_.clear();
+  if (!uri_->ContainsParamKey("track_info")) return;
+  const std::string& text = uri_->GetParams().at("track_info");
+  std::string reason;
+  if (WispTrackInfo::Parse(text, &track_, &reason)) {
+    DL_LOGD << logTag_ << "track_info:" << WispTrackInfo::ToText(track_);
+  } else {
+    DL_LOGW << logTag_ << "track_info ignored (" << reason << "):" << text;
+  }
+}
+
+DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::string& firstBytes) {
   std::shared_ptr<WispDownloadExecutor> self = weak_from_this().lock();
   if (self == nullptr) {
     DL_LOGE << logTag_ << "the executor must live in a shared pointer";
@@ -134,6 +165,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset) {
   std::shared_ptr<wisp::http::IRequestCall> call =
       wisp::http::WispClient::Default()->CreateRequestCaller(wisp::http::RequestType::kGet, request.options);
   auto queue = std::make_shared<BufferQueue>();
+  if (!firstBytes.empty()) queue->Write(firstBytes.data(), firstBytes.size());
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) return InterruptedResult();
@@ -162,6 +194,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset) {
   }
   DL_LOGI << logTag_ << "] WISPDownloadExecutor start, url:" << request.url << " request_id:" << call->RequestId()
           << " this:" << this;
+  BeginReceiving();
   if (!call->Start(self)) {
     wisp::http::Error refused;
     refused.kind = wisp::http::ErrorKind::kInternal;
@@ -180,6 +213,7 @@ void WispDownloadExecutor::EndCurrentRequest() {
   if (call == nullptr) return;
   // Outside the lock: Cancel waits for a running callback, which takes it.
   call->Cancel();
+  EndReceiving();
   RefreshRecord();
   HashDump();
   std::lock_guard<std::mutex> lock(mutex_);
@@ -311,6 +345,7 @@ void WispDownloadExecutor::ResumeIfDrained(const std::shared_ptr<BufferQueue>& q
   if (!paused_ || queued >= kQueueResumeBytes) return;
   paused_ = false;
   call->Resume();
+  HoldBack(false);
   DL_LOGD << logTag_ << "receiving resumed, queued:" << queued;
 }
 
@@ -321,6 +356,7 @@ void WispDownloadExecutor::PauseIfFull(wisp::http::IRequestCall* call, const std
   if (paused_ || queued <= kQueuePauseBytes) return;
   paused_ = true;
   call->Pause();
+  HoldBack(true);
   DL_LOGD << logTag_ << "receiving paused, queued:" << queued;
 }
 
@@ -396,6 +432,11 @@ std::string WispDownloadExecutor::GetName() { return "WISP"; }
 
 int32_t WispDownloadExecutor::GetExecutorType() { return 4; }
 
+void WispDownloadExecutor::SetStatsSink(std::shared_ptr<StreamStats> stats) {
+  IDownloadExecutor::SetStatsSink(std::move(stats));
+  RegisterStatsSink(stats_);
+}
+
 void WispDownloadExecutor::SetPlayerBufferDuration(int64_t milliseconds) {
   std::lock_guard<std::mutex> lock(mutex_);
   playerBufferMs_ = milliseconds;
@@ -443,6 +484,7 @@ void WispDownloadExecutor::OnBytes(wisp::http::IRequestCall* call, const uint8_t
     if (hash_ != nullptr) hash_->Update(data, length);
   }
   queue->Write(data, length);
+  AddArrivedBytes(length);
   WispTotals::AddCdnBytes(length);
   const uint64_t queued = queue->QueuedBytes();
   bool wake = false;
@@ -488,6 +530,8 @@ void WispDownloadExecutor::OnComplete(wisp::http::IRequestCall* call) {
 }
 
 void WispDownloadExecutor::EndQueue(const std::shared_ptr<BufferQueue>& queue) {
+  // Before the end mark: a reader that sees the end sees a stopped clock.
+  EndReceiving();
   queue->Write(nullptr, 0);
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -560,6 +604,7 @@ std::string WispDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "executor_name") return "wisp_download_filter";
   if (key == "channel_type") return ReadParamString(uri_->GetParams(), "channelType", "0");
   if (key == "is_timeout") return timedOut_ ? "1" : "0";
+  if (key == "track_info") return track_.empty() ? std::string() : WispTrackInfo::ToText(track_);
   if (key == "download_speed") {
     const int64_t speed = CurrentSpeedLocked();
     DL_LOGD << logTag_ << "speed:" << speed;

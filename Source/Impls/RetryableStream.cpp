@@ -11,6 +11,7 @@
 #include <downloader/Pipe/ITunnel.h>
 #include <downloader/Storage/CacheWriter.h>
 #include <downloader/Strategy/DrainCalculatorFactory.h>
+#include <downloader/Strategy/Source.h>
 
 #include "Impls/DownloadLevels.h"
 #include "Storage/DiskCacheCleaner.h"
@@ -365,6 +366,9 @@ void RetryableStream::InstallExecutor(std::shared_ptr<IDownloadExecutor> executo
   levelHistory_.push_back(level);
   fileSize_ = executor_->GetFileSize();
   controller_->OnFileSizeKnown(fileSize_);
+  // An executor that counts what its channel receives is the better inlet:
+  // what the network delivers, not what this stream happened to read.
+  controller_->SetInletSource(std::dynamic_pointer_cast<Source>(executor_));
   controller_->OnLevelChanged();
   calculator_->Reset();
   lastProgressAt_ = Clock::now();

@@ -79,11 +79,7 @@ void FlowRateController::Configure(const ConfigPtr& config, const StreamParams& 
   fileSize_ = 0;
   totalBytes_ = 0;
   lastDumpUs_ = now_();
-  samples_.clear();
-  windowBytes_ = 0;
-  windowWaitUs_ = 0;
-  waitSinceByteUs_ = 0;
-  answer_ = 0;
+  ForgetSamplesLocked();
   last_ = Judgement();
 }
 
@@ -97,13 +93,25 @@ void FlowRateController::OnFileSizeKnown(int64_t fileSize) {
   fileSize_ = fileSize;
 }
 
+void FlowRateController::SetInletSource(std::weak_ptr<Source> source) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  inletSource_ = std::move(source);
+  ForgetSamplesLocked();
+}
+
 void FlowRateController::OnLevelChanged() {
   std::lock_guard<std::mutex> lock(mutex_);
+  ForgetSamplesLocked();
+}
+
+void FlowRateController::ForgetSamplesLocked() {
   samples_.clear();
   windowBytes_ = 0;
   windowWaitUs_ = 0;
   waitSinceByteUs_ = 0;
   answer_ = 0;
+  std::shared_ptr<Source> source = inletSource_.lock();
+  inletMark_ = source != nullptr ? source->InletSoFar() : Source::Inlet();
 }
 
 void FlowRateController::OnBufferStateUpdated(BufferState state) {
@@ -156,7 +164,17 @@ int64_t FlowRateController::BitRateLocked() {
 
 int32_t FlowRateController::OnReadHappened(int32_t value, uint64_t sample) {
   std::lock_guard<std::mutex> lock(mutex_);
-  RecordSampleLocked(sample, value < 0 ? 0 : value);
+  uint64_t bytes = sample;
+  int64_t waitUs = value < 0 ? 0 : value;
+  if (std::shared_ptr<Source> source = inletSource_.lock()) {
+    const Source::Inlet inlet = source->InletSoFar();
+    bytes = inlet.bytes - inletMark_.bytes;
+    waitUs = inlet.receivingUs - inletMark_.receivingUs;
+    inletMark_ = inlet;
+  }
+  // A sample without bytes or time tells nothing; keeping it would only grow
+  // the window's list while a finished download is read out.
+  if (bytes > 0 || waitUs > 0) RecordSampleLocked(bytes, waitUs);
   return JudgeLocked();
 }
 

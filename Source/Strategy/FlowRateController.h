@@ -3,7 +3,11 @@
 // rate at which bytes come in.
 //
 // Inputs:
-// - the inlet: every read of the stream, with the bytes it delivered and the
+// - the inlet. When the executor is a Source (SetInletSource), what its
+//   channel received and the time it spent receiving, taken at every read:
+//   the rate is the network's, however fast or slow the player reads, and
+//   time while the channel is finished or held back does not count.
+//   Otherwise every read of the stream, with the bytes it delivered and the
 //   time the reader waited inside the executor for them (OnReadHappened's
 //   value, in microseconds). Waiting time, not wall time, is the measure: a
 //   reader that is not reading (the player's buffer is full) does not make a
@@ -17,8 +21,8 @@
 // Rules (decided once per read; the answer is 1 for a drain):
 // - no drain while the player is paused, or has buffered at least
 //   "buffer_duration_threshold" (20000 ms);
-// - stall: the reader has waited a whole window (sample interval x window
-//   count) since the last byte arrived;
+// - stall: a whole window (sample interval x window count) of waiting, or of
+//   receiving for a Source, has passed since the last byte arrived;
 // - too slow: with a known bit rate, after at least one sample interval of
 //   waiting, the bytes of the last window over its waiting time are below
 //   the bit rate;
@@ -29,7 +33,7 @@
 // decision that changes the answer.
 //
 // Thread rules: the reading thread calls OnReadHappened, CurrentAnswer,
-// Configure, OnLevelChanged and OnFileSizeKnown; the tunnel's threads call the
+// Configure, OnLevelChanged, OnFileSizeKnown and SetInletSource; the tunnel's threads call the
 // state and pulse slots; mutex_ guards everything below it.
 #ifndef DOWNLOADER_STRATEGY_FLOWRATECONTROLLER_H_
 #define DOWNLOADER_STRATEGY_FLOWRATECONTROLLER_H_
@@ -46,6 +50,7 @@
 #include <downloader/Pipe/PulseDataDef.h>
 #include <downloader/Strategy/FlowRateControl.h>
 #include <downloader/Strategy/PlayStateMonitor.h>
+#include <downloader/Strategy/Source.h>
 
 namespace downloader {
 
@@ -63,6 +68,10 @@ class FlowRateController : public FlowRateControl {
   void Configure(const ConfigPtr& config, const StreamParams& params, uint64_t durationMs);
   void SetPlayStateMonitor(std::shared_ptr<PlayStateMonitor> monitor);
   void OnFileSizeKnown(int64_t fileSize);
+  // The executor now read from, when it is a Source (empty otherwise). Held
+  // weakly: the stream owns its executors.
+  void SetInletSource(std::weak_ptr<Source> source);
+  // Forgets every sample; the inlet counts from now.
   void OnLevelChanged();
 
   void OnBufferStateUpdated(BufferState state);
@@ -102,6 +111,7 @@ class FlowRateController : public FlowRateControl {
   int32_t JudgeLocked();
   std::string DescribeLocked() const;
   void RecordSampleLocked(uint64_t bytes, int64_t waitUs);
+  void ForgetSamplesLocked();
   void DumpInletLocked(int64_t nowUs);
 
   // Constant after construction.
@@ -124,6 +134,8 @@ class FlowRateController : public FlowRateControl {
   StreamingState streamingState_ = kStreamingStateUnknown;
   int32_t pulseBufferMs_ = -1;
   int64_t pulseBitRate_ = 0;
+  std::weak_ptr<Source> inletSource_;
+  Source::Inlet inletMark_;  // the source's inlet when the last sample was taken
   std::deque<Sample> samples_;
   uint64_t windowBytes_ = 0;
   int64_t windowWaitUs_ = 0;

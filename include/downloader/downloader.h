@@ -57,5 +57,6 @@
 #include <downloader/Strategy/FlowRateCalculator.h>
 #include <downloader/Strategy/FlowRateControl.h>
 #include <downloader/Strategy/PlayStateMonitor.h>
+#include <downloader/Strategy/Source.h>
 
 #endif  // DOWNLOADER_DOWNLOADER_H_

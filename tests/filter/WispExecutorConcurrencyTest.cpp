@@ -85,7 +85,10 @@ TEST_F(WispExecutorConcurrencyTest, QueueAboveTheBoundPausesTheCallAndDrainingRe
     ASSERT_TRUE(WaitFor([&] { return log.Matching("receiving paused").size() > pauses; }))
         << "no pause with " << data.size() << " bytes read";
     ++pauses;
+    // Held back, the call waits for the reader: that is no receiving time.
+    const int64_t receivingWhenHeld = executor->InletSoFar().receivingUs;
     EXPECT_LE(std::stoull(executor->GetInfo("memory_usage")), heldLimit);
+    EXPECT_EQ(executor->InletSoFar().receivingUs, receivingWhenHeld);
     // Below the resume mark: the call must start again for the rest to come.
     const int64_t chunk = 6 << 20;
     DLReadResult last = ReadBytes(executor.get(), static_cast<int64_t>(data.size()) + chunk, 65536, &data);
@@ -96,6 +99,7 @@ TEST_F(WispExecutorConcurrencyTest, QueueAboveTheBoundPausesTheCallAndDrainingRe
   ASSERT_EQ(static_cast<int64_t>(data.size()), size);
   ExpectSynthetic(SeedOf("bounded"), 0, data);
   EXPECT_GE(pauses, 3u);
+  EXPECT_EQ(executor->InletSoFar().bytes, static_cast<uint64_t>(size));
   EXPECT_GE(log.Matching("receiving resumed").size(), pauses);
   executor->Close();
 }

@@ -24,10 +24,20 @@
 //   resumed once the reader has drained the queue below kQueueResumeBytes.
 //   No byte is dropped or reordered by this.
 // - Callbacks of a call that is no longer the current one are dropped.
+// - "track_info" that is not a JSON object of plain members is logged and
+//   ignored (GetInfo("track_info") answers ""); the request goes on.
+// - OpenAsync (not Open) with "enable_cache_buffer" on and "preload_buffer"
+//   true queues what a preload stored of the resource in the disk cache as
+//   the first bytes and asks the network for the rest (WispPreloadBuffer.h).
+//
+// As a Source, the executor counts every body byte the network delivers and
+// the time its calls spend receiving (not while paused or after they end);
+// SetStatsSink makes it count them in the stream's statistics too.
 //
 // Thread rules: Open, OpenAsync, WaitOpenResult, Read, Seek and GetInfo run on
 // the owning stream's thread; Close may also come from another thread; the
-// listener callbacks run on the network thread. mutex_ guards the call, the
+// listener callbacks run on the network thread; SetStatsSink comes from the
+// stream's thread before Open. mutex_ guards the call, the
 // response, the error, the queue pointer, the counters and the record; the
 // queue has its own lock; flowMutex_ orders the pause and resume of the call.
 // No lock is held while the call is cancelled, or while the reporter is called.
@@ -47,6 +57,7 @@
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
+#include <downloader/Strategy/Source.h>
 #include <wisp/http/Error.h>
 #include <wisp/http/IListener.h>
 #include <wisp/http/IRequestCall.h>
@@ -58,6 +69,7 @@ class Sha256;
 
 class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
                                                public std::enable_shared_from_this<WispDownloadExecutor>,
+                                               public Source,
                                                public wisp::http::IListener {
  public:
   struct BufferQueue;
@@ -87,6 +99,9 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   std::string GetInfo(const std::string& key) override;
   std::string GetName() override;
   int32_t GetExecutorType() override;
+  // Stores the sink as every executor does, and counts the bytes the network
+  // delivers in it from now on.
+  void SetStatsSink(std::shared_ptr<StreamStats> stats) override;
 
   // The player's buffered duration now, from its tunnel: it goes into the next
   // request and into the player-event text.
@@ -105,10 +120,16 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   using Clock = std::chrono::steady_clock;
   enum class WaitOutcome { kResponded, kFailed, kInterrupted };
 
+  // Open without the wait; `preloadAllowed`: the request may begin with its
+  // preload buffer.
+  DLResultCode StartOpen(const std::shared_ptr<URI>& uri, bool preloadAllowed);
   void ReadSettings(const std::shared_ptr<URI>& uri);
-  // Ends the current call (recording it) and starts one at `seekOffset`
-  // (WispRequestBuilder::kNoSeek: where the request asks).
-  DLResultCode StartRequest(int64_t seekOffset);
+  void ReadTrackInfo();
+  // The preload buffer of the request, or nothing (see WispPreloadBuffer.h).
+  std::string TakePreloadBuffer();
+  // Starts a call at `seekOffset` (WispRequestBuilder::kNoSeek: where the
+  // request asks) whose queue begins with `firstBytes`.
+  DLResultCode StartRequest(int64_t seekOffset, const std::string& firstBytes = std::string());
   // Cancels the current call, if any, and keeps its statistics.
   void EndCurrentRequest();
   WaitOutcome WaitForResponse();
@@ -147,6 +168,7 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   bool hashCheck_ = false;
   bool preload_ = false;
   int64_t openBufferMs_ = -1;
+  std::map<std::string, std::string> track_;
 
   mutable std::mutex mutex_;
   std::condition_variable cv_;

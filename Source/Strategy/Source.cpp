@@ -1,0 +1,71 @@
+#include <downloader/Strategy/Source.h>
+
+#include <chrono>
+#include <utility>
+
+#include "Impls/StreamStats.h"
+
+namespace downloader {
+namespace {
+
+int64_t SteadyNowUs() {
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+}  // namespace
+
+Source::Source(NowFunction now) : now_(now ? std::move(now) : NowFunction(&SteadyNowUs)) {}
+
+Source::~Source() = default;
+
+Source::Inlet Source::InletSoFar() const {
+  // The clock is read under the lock, so that intervals settled by
+  // different threads never overlap or run backwards.
+  std::lock_guard<std::mutex> lock(mutex_);
+  const int64_t nowUs = now_();
+  Inlet inlet;
+  inlet.bytes = bytes_;
+  inlet.receivingUs = receivingUs_ + (ClockRunningLocked() ? nowUs - runningSinceUs_ : 0);
+  return inlet;
+}
+
+void Source::BeginReceiving() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const int64_t nowUs = now_();
+  SettleLocked(nowUs);
+  receiving_ = true;
+  held_ = false;
+}
+
+void Source::EndReceiving() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const int64_t nowUs = now_();
+  SettleLocked(nowUs);
+  receiving_ = false;
+}
+
+void Source::HoldBack(bool held) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const int64_t nowUs = now_();
+  SettleLocked(nowUs);
+  held_ = held;
+}
+
+void Source::AddArrivedBytes(uint64_t bytes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  bytes_ += bytes;
+  if (sink_ != nullptr) sink_->AddInletBytes(bytes);
+}
+
+void Source::RegisterStatsSink(std::shared_ptr<StreamStats> sink) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  sink_ = std::move(sink);
+}
+
+void Source::SettleLocked(int64_t nowUs) {
+  if (ClockRunningLocked()) receivingUs_ += nowUs - runningSinceUs_;
+  runningSinceUs_ = nowUs;
+}
+
+}  // namespace downloader

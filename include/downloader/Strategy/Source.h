@@ -1,0 +1,82 @@
+// A byte source as the flow-rate controller sees it: the bytes its channel
+// delivered and the time the channel spent receiving them. This is the inlet
+// of a stream measured where the bytes arrive, not where the player reads
+// them, so a reader that is slow (or early) does not change it.
+//
+// A deriving channel tells the base when a request is receiving, when it is
+// held back on purpose (its queue is full and the call is paused), and when
+// bytes arrive. Only receiving time that is not held back counts: a finished,
+// failed or paused request does not make the channel look slow.
+//
+// Thread rules: every member may be called from any thread (the channel's
+// network thread delivers, the stream's thread reads the inlet and registers
+// the stats sink); mutex_ guards the counters and the sink. It is held across
+// no call out of this class but the clock and the sink's atomic counter.
+//
+// Edge cases:
+// - BeginReceiving while receiving loses no time: the clock keeps running.
+// - Every request begins unheld (BeginReceiving clears a hold left by the
+//   last one); HoldBack(false) after EndReceiving does not restart the clock.
+// - Bytes that arrive outside a request are counted; they add no time.
+#ifndef DOWNLOADER_STRATEGY_SOURCE_H_
+#define DOWNLOADER_STRATEGY_SOURCE_H_
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include <downloader/DownloaderExport.h>
+
+namespace downloader {
+
+class StreamStats;
+
+class DOWNLOADER_EXPORT Source {
+ public:
+  // Microseconds on a monotonic clock.
+  using NowFunction = std::function<int64_t()>;
+
+  // What arrived since construction: both only grow.
+  struct Inlet {
+    uint64_t bytes = 0;
+    int64_t receivingUs = 0;
+  };
+
+  // `now` defaults to the steady clock.
+  explicit Source(NowFunction now = NowFunction());
+  virtual ~Source();
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+
+  Inlet InletSoFar() const;
+
+ protected:
+  void BeginReceiving();
+  void EndReceiving();
+  void HoldBack(bool held);
+  void AddArrivedBytes(uint64_t bytes);
+  // Every later arrival is also counted in `sink` (replacing an earlier sink).
+  void RegisterStatsSink(std::shared_ptr<StreamStats> sink);
+
+ private:
+  bool ClockRunningLocked() const { return receiving_ && !held_; }
+  // Adds the running interval to receivingUs_ and restarts it at now.
+  void SettleLocked(int64_t nowUs);
+
+  // Constant after construction.
+  const NowFunction now_;
+
+  mutable std::mutex mutex_;
+  // Guarded by mutex_.
+  uint64_t bytes_ = 0;
+  int64_t receivingUs_ = 0;
+  int64_t runningSinceUs_ = 0;  // meaningful while the clock runs
+  bool receiving_ = false;
+  bool held_ = false;
+  std::shared_ptr<StreamStats> sink_;
+};
+
+}  // namespace downloader
+
+#endif  // DOWNLOADER_STRATEGY_SOURCE_H_
