@@ -8,6 +8,18 @@ bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
 }  // namespace
 
+FileStatus PositionalFile::WriteGather(uint64_t offset, const WritePart* parts, size_t count,
+                                       size_t* bytesWritten) {
+  *bytesWritten = 0;
+  for (size_t index = 0; index < count; ++index) {
+    size_t partWritten = 0;
+    FileStatus status = Write(offset + *bytesWritten, parts[index].data, parts[index].length, &partWritten);
+    *bytesWritten += partWritten;
+    if (!status.ok()) return status;
+  }
+  return FileStatus::Ok();
+}
+
 FileStatus FileSystem::CheckOpenFlags(const std::string& path, uint32_t flags) {
   if ((flags & (kOpenRead | kOpenWrite)) == 0) return FileStatus::InvalidArgument("open without read or write " + path);
   if ((flags & kOpenTruncate) != 0 && (flags & kOpenWrite) == 0) {

@@ -49,6 +49,12 @@ enum OpenFlag : uint32_t {
   kOpenTruncate = 1u << 3,
 };
 
+// One piece of a gathered write.
+struct WritePart {
+  const void* data = nullptr;
+  size_t length = 0;
+};
+
 struct FileInfo {
   bool isDirectory = false;
   uint64_t size = 0;
@@ -64,6 +70,11 @@ class PositionalFile {
   // the file or on error.
   virtual FileStatus Read(uint64_t offset, size_t length, void* buffer, size_t* bytesRead) = 0;
   virtual FileStatus Write(uint64_t offset, const void* data, size_t length, size_t* bytesWritten) = 0;
+  // The parts back to back from `offset`, with the results of one Write of
+  // their concatenation (a failure may leave any prefix landed). The default
+  // writes part by part through Write; a platform may gather them into one
+  // system call.
+  virtual FileStatus WriteGather(uint64_t offset, const WritePart* parts, size_t count, size_t* bytesWritten);
   virtual FileStatus Size(uint64_t* size) = 0;
   // Hands what the system buffers for this file to the device.
   virtual FileStatus Sync() = 0;
