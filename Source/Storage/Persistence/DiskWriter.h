@@ -47,6 +47,9 @@ class DiskWriter {
 
   int64_t readData(void* buffer, uint64_t length, uint64_t offset);
   int64_t writeData(const void* buffer, uint64_t length, uint64_t offset);
+  // The parts back to back from `offset`, as one write of their
+  // concatenation.
+  int64_t writeGather(const platform::WritePart* parts, size_t count, uint64_t offset);
   // True when `length` bytes at `offset` lie inside what the platform can
   // address; transfers check it before touching the handle.
   bool seek(uint64_t offset, uint64_t length) const;
