@@ -31,6 +31,18 @@ FileStatus PositionalFile::ReadRemainingSlices(uint64_t offset, const std::vecto
   return FileStatus::Ok();
 }
 
+FileStatus PositionalFile::WriteGather(uint64_t offset, const WritePart* parts, size_t count,
+                                       size_t* bytesWritten) {
+  *bytesWritten = 0;
+  for (size_t index = 0; index < count; ++index) {
+    size_t partWritten = 0;
+    FileStatus status = Write(offset + *bytesWritten, parts[index].data, parts[index].length, &partWritten);
+    *bytesWritten += partWritten;
+    if (!status.ok()) return status;
+  }
+  return FileStatus::Ok();
+}
+
 FileStatus FileSystem::CheckOpenFlags(const std::string& path, uint32_t flags) {
   if ((flags & (kOpenRead | kOpenWrite)) == 0) return FileStatus::InvalidArgument("open without read or write " + path);
   if ((flags & kOpenTruncate) != 0 && (flags & kOpenWrite) == 0) {

@@ -55,6 +55,12 @@ struct ReadSlice {
   size_t length;
 };
 
+// One piece of a gathered write.
+struct WritePart {
+  const void* data = nullptr;
+  size_t length = 0;
+};
+
 struct FileInfo {
   bool isDirectory = false;
   uint64_t size = 0;
@@ -74,6 +80,11 @@ class PositionalFile {
   // Read. The default reads slice by slice.
   virtual FileStatus ReadScattered(uint64_t offset, const std::vector<ReadSlice>& slices, size_t* bytesRead);
   virtual FileStatus Write(uint64_t offset, const void* data, size_t length, size_t* bytesWritten) = 0;
+  // The parts back to back from `offset`, with the results of one Write of
+  // their concatenation (a failure may leave any prefix landed). The default
+  // writes part by part through Write; a platform may gather them into one
+  // system call.
+  virtual FileStatus WriteGather(uint64_t offset, const WritePart* parts, size_t count, size_t* bytesWritten);
   virtual FileStatus Size(uint64_t* size) = 0;
   // Hands what the system buffers for this file to the device.
   virtual FileStatus Sync() = 0;

@@ -1,5 +1,5 @@
-// POSIX half of the file seam: pread/pwrite on descriptors opened with
-// O_CLOEXEC; POSIX files are always shareable between readers and writers.
+// POSIX half of the file seam: pread/preadv/pwrite/pwritev on descriptors opened
+// with O_CLOEXEC; POSIX files are always shareable between readers and writers.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -8,6 +8,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <limits>
@@ -86,6 +87,42 @@ class PosixPositionalFile : public PositionalFile {
       *bytesWritten += static_cast<size_t>(put);
     }
     return FileStatus::Ok();
+  }
+
+  FileStatus WriteGather(uint64_t offset, const WritePart* parts, size_t count, size_t* bytesWritten) override {
+    *bytesWritten = 0;
+    std::vector<iovec> pending;
+    pending.reserve(count);
+    uint64_t length = 0;
+    for (size_t index = 0; index < count; ++index) {
+      if (parts[index].length > kMaxOffset - length) return FileStatus::InvalidArgument("pwritev " + path_);
+      length += parts[index].length;
+      pending.push_back(iovec{const_cast<void*>(parts[index].data), parts[index].length});
+    }
+    if (offset > kMaxOffset || length > kMaxOffset - offset) return FileStatus::InvalidArgument("pwritev " + path_);
+    size_t first = 0;
+    while (true) {
+      while (first < pending.size() && pending[first].iov_len == 0) ++first;
+      if (first == pending.size()) return FileStatus::Ok();
+      int batch = static_cast<int>(std::min<size_t>(pending.size() - first, IOV_MAX));
+      ssize_t put = pwritev(fd_, &pending[first], batch, static_cast<off_t>(offset + *bytesWritten));
+      if (put < 0) {
+        if (errno == EINTR) continue;
+        return ErrnoStatus("pwritev " + path_, errno);
+      }
+      if (put == 0) return FileStatus::IoError("pwritev wrote nothing " + path_, 0);
+      *bytesWritten += static_cast<size_t>(put);
+      // The system may take fewer bytes than asked: resume inside the part
+      // it stopped in.
+      for (size_t landed = static_cast<size_t>(put); landed > 0; ++first) {
+        if (landed < pending[first].iov_len) {
+          pending[first].iov_base = static_cast<char*>(pending[first].iov_base) + landed;
+          pending[first].iov_len -= landed;
+          break;
+        }
+        landed -= pending[first].iov_len;
+      }
+    }
   }
 
   FileStatus Size(uint64_t* size) override {

@@ -12,11 +12,18 @@ namespace storage {
 DiskAdapterIntercept::DiskAdapterIntercept(SegmentFileV1* segmentFile, int64_t jobId)
     : segmentFile_(segmentFile), tag_("[diskcache][jobid" + std::to_string(jobId) + "_intercept]") {}
 
-uint32_t DiskAdapterIntercept::checksumOf(const uint8_t* data, uint64_t len) {
+uint32_t DiskAdapterIntercept::checksumOf(const platform::WritePart* parts, size_t count) {
   std::lock_guard<std::mutex> lock(checksumMutex_);
   checksum_.reset();
-  checksum_.update(data, len);
+  for (size_t index = 0; index < count; ++index) {
+    checksum_.update(static_cast<const uint8_t*>(parts[index].data), parts[index].length);
+  }
   return checksum_.value();
+}
+
+uint32_t DiskAdapterIntercept::checksumOf(const uint8_t* data, uint64_t len) {
+  platform::WritePart whole{data, static_cast<size_t>(len)};
+  return checksumOf(&whole, 1);
 }
 
 bool DiskAdapterIntercept::isWholeChunk(const SegmentChunk& chunk, uint64_t goff, uint64_t len) {
@@ -28,7 +35,7 @@ bool DiskAdapterIntercept::isFilledRun(const std::vector<SegmentChunk>& chunks, 
   return std::all_of(chunks.begin(), chunks.end(), [](const SegmentChunk& chunk) { return chunk.is_filled; });
 }
 
-int64_t DiskAdapterIntercept::before_write(const uint8_t* data, uint64_t goff, uint64_t len) {
+int64_t DiskAdapterIntercept::before_write(uint32_t crc, uint64_t goff, uint64_t len) {
   // The stored checksum only matters for a filled chunk: it is read (by
   // get_segment_chunk) only then.
   SegmentChunk chunk;
@@ -49,7 +56,7 @@ int64_t DiskAdapterIntercept::before_write(const uint8_t* data, uint64_t goff, u
     DL_LOGW << tag_ << "before_write,failed,invalid segment,goff:" << goff;
     return -1;
   }
-  if (checksumOf(data, len) == chunk.crc) {
+  if (crc == chunk.crc) {
     DL_LOGD << tag_ << "before_write,failed,already valid,goff:" << goff;
     return -1;
   }
@@ -63,12 +70,12 @@ int64_t DiskAdapterIntercept::before_write(const uint8_t* data, uint64_t goff, u
   return static_cast<int64_t>(chunk.position);
 }
 
-bool DiskAdapterIntercept::after_write(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nwritten) {
-  // fill_segment_chunk reads the bit's byte afresh before it sets the bit;
+bool DiskAdapterIntercept::after_write(uint32_t crc, uint64_t goff, uint64_t len, int64_t nwritten) {
+  // commit_segment_chunk reads the bit's byte afresh before it sets the bit;
   // the geometry is all that is needed here.
   SegmentChunk chunk;
   bool committed = nwritten >= 0 && static_cast<uint64_t>(nwritten) == len && segmentFile_->chunk_at(goff, &chunk) &&
-                   isWholeChunk(chunk, goff, len) && segmentFile_->fill_segment_chunk(&chunk, checksumOf(data, len));
+                   isWholeChunk(chunk, goff, len) && segmentFile_->commit_segment_chunk(&chunk, crc);
   if (committed) {
     DL_LOGT << tag_ << "after_write,ok,goff:" << goff;
   } else {

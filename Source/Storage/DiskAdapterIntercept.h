@@ -1,10 +1,11 @@
 // The guard between a disk adapter and its segment file: it turns a resource
 // offset into a file position, and lets only whole, accounted chunks pass.
 //
-// Write: `before_write` hands out the slot position for exactly one whole
-// chunk that is not yet filled, else -1; the caller writes the content there
-// and reports the count to `after_write`, which commits the chunk (checksum,
-// then bit). Read: `before_read` hands out the position of a whole, filled
+// Write: the caller takes the content's checksum from `checksumOf`;
+// `before_write` hands out the slot position for exactly one whole chunk that
+// is not yet filled, else -1; the caller writes the content and the checksum
+// behind it there and reports the content bytes written to `after_write`,
+// which commits the chunk (sets its bit). Read: `before_read` hands out the position of a whole, filled
 // chunk, else -1; `after_read` accepts the bytes only if they are the whole
 // chunk and their checksum matches the stored one. The `_run` forms apply
 // the read guards to every chunk of a run of whole chunks read in one
@@ -27,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/FileSystem.h"
 #include "Storage/ChunkChecksum.h"
 
 namespace downloader {
@@ -39,8 +41,10 @@ class DiskAdapterIntercept {
  public:
   DiskAdapterIntercept(SegmentFileV1* segmentFile, int64_t jobId);
 
-  int64_t before_write(const uint8_t* data, uint64_t goff, uint64_t len);
-  bool after_write(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nwritten);
+  // Of the parts' concatenation.
+  uint32_t checksumOf(const platform::WritePart* parts, size_t count);
+  int64_t before_write(uint32_t crc, uint64_t goff, uint64_t len);
+  bool after_write(uint32_t crc, uint64_t goff, uint64_t len, int64_t nwritten);
   int64_t before_read(uint64_t goff, uint64_t len);
   bool after_read(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread);
   // The run [goff, goff + len) of whole, filled chunks, or false.

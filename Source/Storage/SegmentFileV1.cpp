@@ -245,26 +245,17 @@ bool SegmentFileV1::refreshed_run(uint64_t goff, uint64_t len, std::vector<Segme
   return true;
 }
 
-bool SegmentFileV1::fill_segment_chunk(SegmentChunk* chunk, uint32_t crc) {
+bool SegmentFileV1::commit_segment_chunk(SegmentChunk* chunk, uint32_t crc) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!isValid_) return false;
   uint64_t index = chunk->chunk_index;
   // Only a descriptor of this file may steer a write.
   if (index >= chunkCount_ || chunk->position != positionOfLocked(index) ||
       chunk->content_len != contentLengthOfLocked(index)) {
-    DL_LOGW << tag_ << "fill segment,foreign chunk:" << chunk->to_string();
+    DL_LOGW << tag_ << "commit segment,foreign chunk:" << chunk->to_string();
     return false;
   }
-  uint8_t encoded[kChecksumSize];
-  PutLittleEndian<uint32_t>(encoded, crc);
-  DL_LOGT << tag_ << "fill segment,offset:" << chunk->offset << ",crc:" << crc;
-  // The content is already on disk (the caller wrote it). The checksum goes
-  // next and the bit last: a crash before the bit leaves the chunk unfilled.
-  if (file_->write(encoded, kChecksumSize, chunk->position + chunk->content_len) !=
-      static_cast<int64_t>(kChecksumSize)) {
-    DL_LOGW << tag_ << "fill segment,write crc,fail,offset:" << chunk->offset;
-    return false;
-  }
+  DL_LOGT << tag_ << "commit segment,offset:" << chunk->offset << ",crc:" << crc;
   if (!setFillStateLocked(index, true)) return false;
   chunk->crc = crc;
   chunk->is_filled = true;

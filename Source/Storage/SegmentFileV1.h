@@ -28,11 +28,12 @@
 // No trailer, no overall checksum; the file name ties the file to a resource.
 // Slots are not reserved: the file grows as chunks are written.
 //
-// Crash consistency. A chunk is committed in this order: its content, then
-// its checksum, then its bitmap bit, each a separate positional write; the
-// bit is one byte written on its own. A process that dies anywhere in between
-// leaves the bit clear, so the chunk reads as missing; a set bit therefore
-// always has content and checksum on disk before it. The header and the
+// Crash consistency. A chunk is committed in this order: its content and
+// checksum (adjacent, so one positional write may carry both), then, once
+// that write has returned, its bitmap bit, one byte written on its own. A
+// process that dies anywhere before the bit's write leaves the bit clear, so
+// the chunk reads as missing; a set bit therefore always has content and
+// checksum on disk before it. The header and the
 // zeroed bitmap are written once, by `create`; a file cut short there fails
 // `open` and is made anew by its adapter. Nothing here calls fsync: the
 // guarantee covers a crash of the process, not a loss of power.
@@ -121,9 +122,10 @@ class SegmentFileV1 {
   // Where the chunk lies, without touching the disk: is_filled as last seen
   // in memory, crc 0. For callers that only need the geometry.
   bool chunk_at(uint64_t goff, SegmentChunk* chunk);
-  // Writes `crc` behind the chunk's content, then sets its bit. `chunk` must
-  // be a descriptor of this file; on success its crc and is_filled are set.
-  bool fill_segment_chunk(SegmentChunk* chunk, uint32_t crc);
+  // Sets the bit of a chunk whose content and checksum `crc` the caller has
+  // already written to its slot. `chunk` must be a descriptor of this file;
+  // on success its crc and is_filled are set.
+  bool commit_segment_chunk(SegmentChunk* chunk, uint32_t crc);
   bool set_fill_state(uint64_t chunk_index, bool filled);
   // Reloads one bitmap byte from disk.
   bool update_fill_state(uint64_t chunk_index);

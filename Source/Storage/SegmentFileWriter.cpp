@@ -37,6 +37,13 @@ SegmentFileWriter::SegmentFileWriter(const std::string& path, uint64_t contentSi
 SegmentFileWriter::~SegmentFileWriter() { DL_LOGD << tag_ << "destruct"; }
 
 void SegmentFileWriter::store(uint64_t goff, const uint8_t* data, uint64_t wlen) {
+  if (wlen == 0) return;
+  std::shared_ptr<uint8_t> copy(new uint8_t[wlen], std::default_delete<uint8_t[]>());
+  std::memcpy(copy.get(), data, wlen);
+  store(goff, std::shared_ptr<const uint8_t>(std::move(copy)), wlen);
+}
+
+void SegmentFileWriter::store(uint64_t goff, const std::shared_ptr<const uint8_t>& data, uint64_t wlen) {
   if (!adapter_ || !adapter_->isValid()) {
     DL_LOGD << tag_ << "store,skip,file invalid,goff:" << goff;
     return;
@@ -63,7 +70,9 @@ void SegmentFileWriter::store(uint64_t goff, const uint8_t* data, uint64_t wlen)
       return;
     }
     if (position == chunk.offset) {
-      uint64_t taken = store_chunk(chunk, data + accepted, wlen - accepted);
+      // Shares ownership of data's buffer, pointing `accepted` bytes in.
+      std::shared_ptr<const uint8_t> rest(data, data.get() + accepted);
+      uint64_t taken = store_chunk(chunk, std::move(rest), wlen - accepted);
       if (taken == 0) {
         DL_LOGD << tag_ << "store,fail chunk";
         return;
@@ -84,11 +93,10 @@ void SegmentFileWriter::store(uint64_t goff, const uint8_t* data, uint64_t wlen)
   }
 }
 
-uint64_t SegmentFileWriter::store_chunk(const SegmentChunk& chunk, const uint8_t* data, uint64_t wlen) {
-  uint64_t copied = std::min(wlen, chunk.content_len);
-  std::unique_ptr<uint8_t[]> cell(new uint8_t[chunk.content_len]);
-  std::memcpy(cell.get(), data, copied);
-  uint64_t taken = segment_->updateCache(chunk.offset, std::move(cell), copied, chunk.content_len);
+uint64_t SegmentFileWriter::store_chunk(const SegmentChunk& chunk, std::shared_ptr<const uint8_t> data,
+                                        uint64_t wlen) {
+  uint64_t taken = segment_->updateCache(chunk.offset, std::move(data), std::min(wlen, chunk.content_len),
+                                         chunk.content_len);
   DL_LOGT << tag_ << "store chunk:" << chunk.to_string() << ",wlen:" << wlen;
   return taken;
 }

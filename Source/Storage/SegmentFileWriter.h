@@ -48,15 +48,18 @@ class SegmentFileWriter {
   SegmentFileWriter(const SegmentFileWriter&) = delete;
   SegmentFileWriter& operator=(const SegmentFileWriter&) = delete;
 
-  // `data[0]` is the byte at resource offset `goff`.
+  // `data[0]` is the byte at resource offset `goff`. The bytes are copied.
   void store(uint64_t goff, const uint8_t* data, uint64_t wlen);
+  // The same without a copy: the cells keep `data` (and whatever buffer it
+  // shares ownership of) until they are written or dropped.
+  void store(uint64_t goff, const std::shared_ptr<const uint8_t>& data, uint64_t wlen);
   // Flushes the pending cell.
   void complete();
 
  private:
   // Opens a pending cell for the chunk with the first bytes of data; the
   // number of bytes taken, 0 on failure.
-  uint64_t store_chunk(const SegmentChunk& chunk, const uint8_t* data, uint64_t wlen);
+  uint64_t store_chunk(const SegmentChunk& chunk, std::shared_ptr<const uint8_t> data, uint64_t wlen);
 
   // Constant after construction.
   const std::string tag_;

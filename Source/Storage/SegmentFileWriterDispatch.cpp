@@ -30,7 +30,10 @@ void SegmentFileWriterDispatch::store(const std::shared_ptr<SegmentFileWriter>& 
   std::shared_ptr<StoreBufferPool::Buffer> buffer = buffers_.Take(len);
   std::memcpy(buffer->bytes.get(), data, len);
   DL_LOGT << "[diskcache][writedispatch]copy_n:" << len;
-  looper_.Post([writer, goff, buffer] { handle_store(writer, goff, *buffer); });
+  // Shares ownership of the pooled buffer: it returns to the pool when the
+  // last cell holding its bytes is gone.
+  std::shared_ptr<const uint8_t> bytes(buffer, buffer->bytes.get());
+  looper_.Post([writer, goff, bytes, len] { handle_store(writer, goff, bytes, len); });
 }
 
 void SegmentFileWriterDispatch::complete(const std::shared_ptr<SegmentFileWriter>& writer,
@@ -40,9 +43,9 @@ void SegmentFileWriterDispatch::complete(const std::shared_ptr<SegmentFileWriter
 }
 
 void SegmentFileWriterDispatch::handle_store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
-                                             const StoreBufferPool::Buffer& buffer) {
-  DL_LOGT << "[diskcache][writedispatch]handle store:" << goff << ",len:" << buffer.size;
-  writer->store(goff, buffer.bytes.get(), buffer.size);
+                                             const std::shared_ptr<const uint8_t>& bytes, uint64_t len) {
+  DL_LOGT << "[diskcache][writedispatch]handle store:" << goff << ",len:" << len;
+  writer->store(goff, bytes, len);
 }
 
 void SegmentFileWriterDispatch::handle_complete(const std::shared_ptr<SegmentFileWriter>& writer,

@@ -4,8 +4,9 @@
 // the disk.
 //
 // `store` copies the caller's bytes before it returns, so the caller may
-// reuse its buffer at once; the copies live in recycled buffers. The writer is
-// held by the posted job until the job has run.
+// reuse its buffer at once; the copies live in recycled buffers, which the
+// writer's cells keep (rather than copying them again) until the cells are
+// written. The writer is held by the posted job until the job has run.
 //
 // Thread rules: any thread. The storage thread is started on first use and
 // lives until the process ends (it is never joined: a DLL must not join
@@ -45,7 +46,7 @@ class SegmentFileWriterDispatch {
   ~SegmentFileWriterDispatch() = delete;
 
   static void handle_store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
-                           const StoreBufferPool::Buffer& buffer);
+                           const std::shared_ptr<const uint8_t>& bytes, uint64_t len);
   static void handle_complete(const std::shared_ptr<SegmentFileWriter>& writer, const std::function<void()>& done);
 
   // Declared before the looper: pending jobs hold its buffers.

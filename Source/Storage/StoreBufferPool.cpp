@@ -20,7 +20,6 @@ std::shared_ptr<StoreBufferPool::Buffer> StoreBufferPool::Take(size_t size) {
     buffer->bytes.reset(new uint8_t[size]);
     buffer->capacity = size;
   }
-  buffer->size = size;
   return std::shared_ptr<Buffer>(buffer.release(), [this](Buffer* returned) { Give(returned); });
 }
 

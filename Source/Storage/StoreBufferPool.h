@@ -26,8 +26,6 @@ class StoreBufferPool {
   struct Buffer {
     std::unique_ptr<uint8_t[]> bytes;
     size_t capacity = 0;
-    // Bytes in use, set by Take.
-    size_t size = 0;
   };
 
   explicit StoreBufferPool(size_t retainedBytesLimit);

@@ -128,11 +128,10 @@ TEST_F(DiskCacheLayerTest, WriteBackWritesTheOldestEntryWhenTheLimitIsReached) {
   cache.add(entryB);
 
   auto cellOf = [](uint64_t goff, uint64_t len) {
-    std::vector<uint8_t> bytes = SourceBytes(1, goff, len);
+    auto bytes = std::make_shared<std::vector<uint8_t>>(SourceBytes(1, goff, len));
     DataCell cell;
     cell.goff = goff;
-    cell.data.reset(new uint8_t[300]);
-    std::copy(bytes.begin(), bytes.end(), cell.data.get());
+    cell.pieces.push_back(CellPiece{std::shared_ptr<const uint8_t>(bytes, bytes->data()), len});
     cell.len = len;
     cell.cap = 300;
     return cell;
@@ -148,8 +147,10 @@ TEST_F(DiskCacheLayerTest, WriteBackWritesTheOldestEntryWhenTheLimitIsReached) {
   EXPECT_EQ(ReadWholeFile(pathA).at(16), 0x80);
   EXPECT_EQ(ReadWholeFile(pathB).at(16), 0x00);
 
-  EXPECT_EQ(entryB->append(250, SourceBytes(1, 250, 10).data(), 10), 0u) << "not where the cell ends";
-  EXPECT_EQ(entryB->append(300, SourceBytes(1, 300, 10).data(), 10), 0u) << "the cell is full";
+  auto more = std::make_shared<std::vector<uint8_t>>(SourceBytes(1, 250, 60));
+  std::shared_ptr<const uint8_t> moreBytes(more, more->data());
+  EXPECT_EQ(entryB->append(250, moreBytes, 10), 0u) << "not where the cell ends";
+  EXPECT_EQ(entryB->append(300, moreBytes, 10), 0u) << "the cell is full";
   EXPECT_FALSE(cache.update(entryB, -301)) << "more than the total";
   EXPECT_EQ(cache.total(), 300u);
   cache.remove(entryB);

@@ -100,6 +100,33 @@ TEST_F(FileSystemTest, ScatteredReadsFillTheSlicesInOrderAndStopAtTheEnd) {
   }
 }
 
+// A gathered write must land exactly as one write of the parts'
+// concatenation would: empty parts contribute nothing, a start past the end
+// leaves a gap of zeros, and more parts than one system call takes are still
+// all written, in order.
+TEST_F(FileSystemTest, GatheredWriteLandsAsTheConcatenationOfItsParts) {
+  std::string path = dir_.Join("gathered");
+  auto file = Open(path, kReadWrite | kOpenCreate);
+  const WritePart parts[] = {{"he", 2}, {"", 0}, {"llo", 3}, {"!", 1}};
+  size_t written = 0;
+  ASSERT_TRUE(file->WriteGather(2, parts, 4, &written).ok());
+  EXPECT_EQ(written, 6u);
+  EXPECT_EQ(ReadAll(*file, 0, 100), std::string("\0\0hello!", 8));
+
+  std::string many;
+  for (int index = 0; index < 3000; ++index) many.push_back(static_cast<char>('a' + index % 26));
+  std::vector<WritePart> bytewise;
+  for (const char& byte : many) bytewise.push_back(WritePart{&byte, 1});
+  ASSERT_TRUE(file->WriteGather(1, bytewise.data(), bytewise.size(), &written).ok());
+  EXPECT_EQ(written, many.size());
+  EXPECT_EQ(ReadAll(*file, 0, 4000), std::string("\0", 1) + many);
+
+  EXPECT_TRUE(file->WriteGather(0, parts, 0, &written).ok()) << "nothing to write";
+  EXPECT_EQ(written, 0u);
+  EXPECT_EQ(file->WriteGather(~0ull - 2, parts, 4, &written).kind(), FileStatus::Kind::kInvalidArgument);
+  EXPECT_EQ(written, 0u);
+}
+
 TEST_F(FileSystemTest, OneFileHeldByAWriterAndAReaderAtOnce) {
   std::string path = dir_.Join("shared");
   auto writer = Open(path, kReadWrite | kOpenCreate);

@@ -1,6 +1,7 @@
 // A file system that hands every call to another one, and lets a subclass
 // step into the writes of the files it opens (to fail them, or to die in
-// them).
+// them). Gathered writes reach `Write` part by part (the seam's default), so
+// a subclass sees each part, such as a chunk's checksum, on its own.
 #ifndef TESTS_STORAGE_FORWARDINGFILESYSTEM_H_
 #define TESTS_STORAGE_FORWARDINGFILESYSTEM_H_
 

@@ -118,6 +118,33 @@ TEST_F(SegmentFileWriterTest, SequentialDownloadInSmallPiecesFillsEveryChunk) {
   ExpectFilledChunksHoldTheSource();
 }
 
+// Bytes handed over by reference stay in the caller's buffer until their
+// cells are written: the cells must keep that buffer alive (the caller lets
+// go of it at once), write every piece of a chunk in order, and let go of it
+// once written.
+TEST_F(SegmentFileWriterTest, BytesStoredByReferenceAreHeldUntilWrittenThenReleased) {
+  auto writer = MakeWriter(2 * kContentSize);
+  std::weak_ptr<std::vector<uint8_t>> watched;
+  {
+    auto source = std::make_shared<std::vector<uint8_t>>(SourceBytes(kSeed, 0, kContentSize));
+    watched = source;
+    // Pieces that straddle chunk boundaries, so that one piece feeds two
+    // cells and one cell takes several pieces.
+    const uint64_t pieceEnds[] = {120, 410, 600, 610, 1000};
+    uint64_t goff = 0;
+    for (uint64_t end : pieceEnds) {
+      writer->store(goff, std::shared_ptr<const uint8_t>(source, source->data() + goff), end - goff);
+      goff = end;
+    }
+  }
+  EXPECT_FALSE(watched.expired()) << "the pending cells hold the caller's buffer";
+  EXPECT_EQ(FilledOnDisk(), std::vector<bool>({false, false, false, false})) << "below the flush limit";
+  writer->complete();
+  EXPECT_EQ(FilledOnDisk(), std::vector<bool>({true, true, true, true}));
+  ExpectFilledChunksHoldTheSource();
+  EXPECT_TRUE(watched.expired()) << "written cells let go of the buffer";
+}
+
 TEST_F(SegmentFileWriterTest, JumpToANewBoundaryDoesNotLoseTheNewChunk) {
   auto writer = MakeWriter();
   Store(*writer, 0, 200);    // chunk 0 left unfinished: the download jumps

@@ -1,5 +1,7 @@
 #include "Storage/Persistence/DiskAdapter.h"
 
+#include <vector>
+
 #include "Storage/ByteOrder.h"
 #include "Storage/Persistence/DiskCacheEntry.h"
 #include "Storage/Persistence/File.h"
@@ -36,13 +38,30 @@ DiskAdapter::DiskAdapter(const std::string& path, uint64_t fileSize, int64_t job
 DiskAdapter::~DiskAdapter() { file_->close(); }
 
 int64_t DiskAdapter::write(const uint8_t* data, uint64_t len, uint64_t goff) {
+  platform::WritePart content{data, static_cast<size_t>(len)};
+  return writeParts(&content, 1, goff);
+}
+
+int64_t DiskAdapter::writeParts(const platform::WritePart* parts, size_t count, uint64_t goff) {
   if (!intercept_) return -1;
-  int64_t position = intercept_->before_write(data, goff, len);
+  uint64_t len = 0;
+  for (size_t index = 0; index < count; ++index) len += parts[index].length;
+  uint32_t crc = intercept_->checksumOf(parts, count);
+  int64_t position = intercept_->before_write(crc, goff, len);
   if (position < 0) return -1;
-  // Content first; after_write then adds the checksum and, last, the bit.
-  int64_t written = file_->write(data, len, static_cast<uint64_t>(position));
-  if (!intercept_->after_write(data, goff, len, written)) return -1;
-  return written;
+  // The checksum sits right behind the content in the slot, so both go out
+  // in one write. after_write sets the bit only once that write has returned
+  // whole: a process that dies during it, or a write that lands in part,
+  // leaves the bit clear, so a set bit always has content and checksum on
+  // disk before it.
+  uint8_t encodedCrc[SegmentFileV1::kChecksumSize];
+  PutLittleEndian<uint32_t>(encodedCrc, crc);
+  std::vector<platform::WritePart> slot(parts, parts + count);
+  slot.push_back(platform::WritePart{encodedCrc, sizeof(encodedCrc)});
+  int64_t written = file_->writeGather(slot.data(), slot.size(), static_cast<uint64_t>(position));
+  int64_t contentWritten = written < 0 ? written : written - static_cast<int64_t>(sizeof(encodedCrc));
+  if (!intercept_->after_write(crc, goff, len, contentWritten)) return -1;
+  return contentWritten;
 }
 
 int64_t DiskAdapter::read(uint8_t* data, uint64_t len, uint64_t goff) {
@@ -77,9 +96,14 @@ int64_t DiskAdapter::readRun(uint8_t* data, uint64_t len, uint64_t goff) {
 
 bool DiskAdapter::writeCache(const DiskCacheEntry& entry) {
   DL_LOGT << tag_ << "writeCache,entry size:" << entry.size();
+  std::vector<platform::WritePart> parts;
   for (const auto& goffAndCell : entry.cells()) {
     const DataCell& cell = goffAndCell.second;
-    if (write(cell.data.get() + cell.offset, cell.len, cell.goff) < 0) {
+    parts.clear();
+    for (const CellPiece& piece : cell.pieces) {
+      parts.push_back(platform::WritePart{piece.bytes.get(), static_cast<size_t>(piece.length)});
+    }
+    if (writeParts(parts.data(), parts.size(), cell.goff) < 0) {
       DL_LOGD << tag_ << "writeCache,fail,goff:" << cell.goff << ",len:" << cell.len;
       return false;
     }

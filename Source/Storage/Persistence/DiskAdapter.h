@@ -42,6 +42,8 @@ class DiskAdapter {
 
   // Bytes transferred, or a negative value.
   int64_t write(const uint8_t* data, uint64_t len, uint64_t goff);
+  // The same for a chunk whose content lies in several parts.
+  int64_t writeParts(const platform::WritePart* parts, size_t count, uint64_t goff);
   int64_t read(uint8_t* data, uint64_t len, uint64_t goff);
   // Several whole chunks at once: `goff` on a chunk boundary, `len` ending at
   // a chunk's end. The same checks as `read` for each chunk, in three file

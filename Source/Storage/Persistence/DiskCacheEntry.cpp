@@ -1,7 +1,6 @@
 #include "Storage/Persistence/DiskCacheEntry.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "Storage/Persistence/DiskAdapter.h"
 #include "Utils/log/LogMessage.h"
@@ -12,7 +11,7 @@ namespace storage {
 DiskCacheEntry::DiskCacheEntry(std::shared_ptr<DiskAdapter> adapter, int64_t jobId)
     : adapter_(std::move(adapter)), tag_("[diskcache][JobId" + std::to_string(jobId) + "_DiskCacheEntry]") {}
 
-uint64_t DiskCacheEntry::append(uint64_t goff, const uint8_t* data, uint64_t len) {
+uint64_t DiskCacheEntry::append(uint64_t goff, const std::shared_ptr<const uint8_t>& data, uint64_t len) {
   if (!hasPending_) {
     DL_LOGT << tag_ << "append,mSet_ empty";
     return 0;
@@ -23,7 +22,7 @@ uint64_t DiskCacheEntry::append(uint64_t goff, const uint8_t* data, uint64_t len
     return 0;
   }
   uint64_t taken = std::min(len, cell.cap - cell.len);
-  std::memcpy(cell.data.get() + cell.offset + cell.len, data, taken);
+  cell.pieces.push_back(CellPiece{data, taken});
   cell.len += taken;
   mSize_ += taken;
   DL_LOGT << tag_ << "append,concatenate,cell goff:" << cell.goff << ",cell len:" << cell.len

@@ -20,21 +20,29 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace downloader {
 namespace storage {
 
 class DiskAdapter;
 
+// Bytes a cell holds by reference: `bytes` points at the first of `length`
+// bytes and keeps the buffer around them alive. Cells take the buffers the
+// storage dispatch copied into instead of copying once more.
+struct CellPiece {
+  std::shared_ptr<const uint8_t> bytes;
+  uint64_t length = 0;
+};
+
 struct DataCell {
-  // Resource offset of data[offset].
+  // Resource offset of the first byte of the first piece.
   uint64_t goff = 0;
-  std::unique_ptr<uint8_t[]> data;
-  // Start of the valid bytes in data.
-  uint64_t offset = 0;
-  // Valid bytes.
+  // The cell's bytes in resource order.
+  std::vector<CellPiece> pieces;
+  // Valid bytes: the pieces' lengths added up.
   uint64_t len = 0;
-  // Capacity of data from offset on: the content length of the cell's chunk.
+  // The content length of the cell's chunk.
   uint64_t cap = 0;
 };
 
@@ -45,8 +53,9 @@ class DiskCacheEntry {
   DiskCacheEntry(const DiskCacheEntry&) = delete;
   DiskCacheEntry& operator=(const DiskCacheEntry&) = delete;
 
-  // Bytes of data appended to the pending cell.
-  uint64_t append(uint64_t goff, const uint8_t* data, uint64_t len);
+  // Bytes of data appended to the pending cell, which keeps a reference to
+  // them (no copy).
+  uint64_t append(uint64_t goff, const std::shared_ptr<const uint8_t>& data, uint64_t len);
   // Inserts `cell` and makes it the pending cell.
   bool cacheData(DataCell cell);
   // Removes the pending cell when it is not full; returns its length.

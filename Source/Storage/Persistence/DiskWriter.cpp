@@ -126,6 +126,25 @@ int64_t DiskWriter::writeData(const void* buffer, uint64_t length, uint64_t offs
   return static_cast<int64_t>(writtenLength);
 }
 
+int64_t DiskWriter::writeGather(const platform::WritePart* parts, size_t count, uint64_t offset) {
+  uint64_t length = 0;
+  for (size_t index = 0; index < count; ++index) length += parts[index].length;
+  std::shared_ptr<platform::PositionalFile> file = handle();
+  if (!file || !seek(offset, length)) {
+    DL_LOGW << tag_ << "writeGather,seek,fail,offset:" << offset;
+    return -1;
+  }
+  size_t writtenLength = 0;
+  platform::FileStatus status = file->WriteGather(offset, parts, count, &writtenLength);
+  if (!status.ok() || writtenLength != length) {
+    DL_LOGE << tag_ << "writeGather,fail,writtenLength:" << writtenLength << ",errNum:" << status.errorNumber()
+            << "," << status.ToString();
+    return -1;
+  }
+  DL_LOGT << tag_ << "writeGather,parts:" << count << ",writtenLength:" << writtenLength;
+  return static_cast<int64_t>(writtenLength);
+}
+
 bool DiskWriter::fileSize(uint64_t* size) {
   std::shared_ptr<platform::PositionalFile> file = handle();
   return file && file->Size(size).ok();

@@ -50,6 +50,9 @@ class DiskWriter {
   // Consecutive bytes from `offset` into `slices`; the count read, or -1.
   int64_t readScattered(const std::vector<platform::ReadSlice>& slices, uint64_t offset);
   int64_t writeData(const void* buffer, uint64_t length, uint64_t offset);
+  // The parts back to back from `offset`, as one write of their
+  // concatenation.
+  int64_t writeGather(const platform::WritePart* parts, size_t count, uint64_t offset);
   // True when `length` bytes at `offset` lie inside what the platform can
   // address; transfers check it before touching the handle.
   bool seek(uint64_t offset, uint64_t length) const;

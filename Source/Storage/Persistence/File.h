@@ -50,6 +50,9 @@ class File {
   int64_t write(const void* data, uint64_t length, uint64_t position) {
     return writer_.writeData(data, length, position);
   }
+  int64_t writeGather(const platform::WritePart* parts, size_t count, uint64_t position) {
+    return writer_.writeGather(parts, count, position);
+  }
   // Length of the open file.
   bool size(uint64_t* size) { return writer_.fileSize(size); }
   bool flushOSBuffers() { return writer_.flushOSBuffers(); }

@@ -16,13 +16,13 @@ Segment::~Segment() {
   entry_->deleteDataCells();
 }
 
-uint64_t Segment::appendCache(uint64_t goff, const uint8_t* data, uint64_t len) {
+uint64_t Segment::appendCache(uint64_t goff, const std::shared_ptr<const uint8_t>& data, uint64_t len) {
   uint64_t taken = entry_->append(goff, data, len);
   if (taken > 0) cache_->update(entry_, static_cast<int64_t>(taken));
   return taken;
 }
 
-uint64_t Segment::updateCache(uint64_t goff, std::unique_ptr<uint8_t[]> data, uint64_t len, uint64_t cap) {
+uint64_t Segment::updateCache(uint64_t goff, std::shared_ptr<const uint8_t> data, uint64_t len, uint64_t cap) {
   // Only the pending cell ever grows: once a new cell takes its place, an
   // unfinished one could only be refused at the next flush, and meanwhile its
   // bytes would count against the limit and force that flush early.
@@ -30,7 +30,7 @@ uint64_t Segment::updateCache(uint64_t goff, std::unique_ptr<uint8_t[]> data, ui
   if (dropped > 0) cache_->update(entry_, -static_cast<int64_t>(dropped));
   DataCell cell;
   cell.goff = goff;
-  cell.data = std::move(data);
+  cell.pieces.push_back(CellPiece{std::move(data), len});
   cell.len = len;
   cell.cap = cap;
   if (!entry_->cacheData(std::move(cell))) return 0;

@@ -29,11 +29,12 @@ class Segment {
   Segment(const Segment&) = delete;
   Segment& operator=(const Segment&) = delete;
 
-  // Bytes taken onto the end of the pending cell.
-  uint64_t appendCache(uint64_t goff, const uint8_t* data, uint64_t len);
-  // Installs a new pending cell of `cap` bytes holding `len` bytes at goff.
-  // Returns `len`, or 0 when the offset already has a cell.
-  uint64_t updateCache(uint64_t goff, std::unique_ptr<uint8_t[]> data, uint64_t len, uint64_t cap);
+  // Bytes taken onto the end of the pending cell (by reference).
+  uint64_t appendCache(uint64_t goff, const std::shared_ptr<const uint8_t>& data, uint64_t len);
+  // Installs a new pending cell of `cap` bytes holding the `len` bytes at
+  // `data` (by reference) at goff. Returns `len`, or 0 when the offset already
+  // has a cell.
+  uint64_t updateCache(uint64_t goff, std::shared_ptr<const uint8_t> data, uint64_t len, uint64_t cap);
   // Writes what the entry holds now; false if any cell was refused or failed.
   bool flushCache();
 
