@@ -3,7 +3,9 @@
 //   write  the dispatch + segment writer path storing 1 GiB in 64 KiB pieces
 //          (until the completion has run on the storage thread), beside
 //          plain pwrite of the same bytes in the same pieces; with the
-//          producer kept at most 8 MiB ahead, and unpaced;
+//          producer kept at most 8 MiB ahead, and unpaced; and, as the limit
+//          of the file's layout, the same bytes written chunk by chunk at
+//          the slots of a segment file (each write ends inside a page);
 //   read   the segment reader serving a fully filled 1 GiB file in 64 KiB
 //          reads, beside `cat` of the same file to /dev/null, both with a
 //          warm page cache.
@@ -17,6 +19,7 @@
 // its file first).
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/uio.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -185,6 +188,29 @@ double WriteWithPwrite(const std::string& path) {
   return Seconds(start);
 }
 
+// The physical limit of the segment file's layout: the same bytes, each
+// 128 KiB chunk with its 4-byte checksum right behind it, so that every
+// write starts and ends inside a page, as the writer's must.
+double WriteWithPwriteAtSlotStride(const std::string& path) {
+  constexpr uint64_t kChunk = 128 * 1024;
+  constexpr uint64_t kSlot = kChunk + 4;
+  constexpr uint64_t kFirstSlot = 16 + kResourceSize / kChunk / 8;
+  static const std::vector<uint8_t> chunk(kChunk, 0x5A);
+  unlink(path.c_str());
+  Clock::time_point start = Clock::now();
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) std::abort();
+  uint32_t checksum = 0;
+  for (uint64_t index = 0; index < kResourceSize / kChunk; ++index) {
+    struct iovec parts[2] = {{const_cast<uint8_t*>(chunk.data()), kChunk}, {&checksum, sizeof(checksum)}};
+    if (pwritev(fd, parts, 2, static_cast<off_t>(kFirstSlot + index * kSlot)) != static_cast<ssize_t>(kSlot)) {
+      std::abort();
+    }
+  }
+  close(fd);
+  return Seconds(start);
+}
+
 double ReadWithReader(const std::string& path) {
   std::vector<uint8_t> buffer(kPiece);
   Clock::time_point start = Clock::now();
@@ -254,7 +280,7 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  std::vector<Sample> writer, unpaced, plain, reader, cat;
+  std::vector<Sample> writer, unpaced, plain, strided, reader, cat;
   // One unmeasured run of each first: the first run of a process also pays
   // for faulting in its heap.
   Fresh(WriteThroughDispatchPaced, segmentPath);
@@ -266,6 +292,8 @@ int main(int argc, char** argv) {
     Report("pwrite", kResourceSize, plain.back());
     unpaced.push_back(Measure([&] { return Fresh(WriteThroughDispatchUnpaced, segmentPath); }));
     Report("dispatch+writer unpaced", kResourceSize, unpaced.back());
+    strided.push_back(Measure([&] { return Fresh(WriteWithPwriteAtSlotStride, plainPath); }));
+    Report("pwrite at slot stride", kResourceSize, strided.back());
   }
   // A fully filled segment file to read; one pass of each warms the cache.
   WriteThroughDispatchPaced(segmentPath);
@@ -289,6 +317,8 @@ int main(int argc, char** argv) {
       kResourceSize, plain);
   Row("dispatch + writer, 1 GiB in 64 KiB, producer unpaced", "pwrite, 64 KiB", kResourceSize, unpaced,
       kResourceSize, plain);
+  Row("dispatch + writer, 1 GiB in 64 KiB, producer <= 8 MiB ahead", "pwritev of 128 KiB + 4 at the file's slots",
+      kResourceSize, writer, kResourceSize, strided);
   Row("reader, 1 GiB in 64 KiB reads", "cat, warm cache", kResourceSize, reader, static_cast<uint64_t>(fileLength),
       cat);
   return 0;
