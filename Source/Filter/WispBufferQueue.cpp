@@ -10,6 +10,8 @@ WispDownloadExecutor::BufferQueue::Node::Node() : ring(kRingCapacity, wisp::Ring
 
 WispDownloadExecutor::BufferQueue::BufferQueue() = default;
 
+constexpr size_t WispDownloadExecutor::BufferQueue::kMaxSpareRings;
+
 WispDownloadExecutor::BufferQueue::~BufferQueue() {
   // Unlinks iteratively: a long chain must not recurse through destructors.
   while (head_ != nullptr) head_ = std::move(head_->next);
@@ -41,7 +43,14 @@ size_t WispDownloadExecutor::BufferQueue::Write(const void* data, size_t length)
 }
 
 void WispDownloadExecutor::BufferQueue::AppendNodeLocked() {
-  auto node = std::make_unique<Node>();
+  std::unique_ptr<Node> node;
+  if (spares_.empty()) {
+    node = std::make_unique<Node>();
+    ++nodes_;
+  } else {
+    node = std::move(spares_.back());
+    spares_.pop_back();
+  }
   Node* added = node.get();
   if (tail_ == nullptr) {
     head_ = std::move(node);
@@ -49,7 +58,6 @@ void WispDownloadExecutor::BufferQueue::AppendNodeLocked() {
     tail_->next = std::move(node);
   }
   tail_ = added;
-  ++nodes_;
 }
 
 size_t WispDownloadExecutor::BufferQueue::Read(void* out, size_t length) {
@@ -64,8 +72,13 @@ size_t WispDownloadExecutor::BufferQueue::Read(void* out, size_t length) {
     queued_ -= piece;
     if (head_->ring.Empty()) {
       if (head_.get() == tail_) break;
-      head_ = std::move(head_->next);
-      --nodes_;
+      std::unique_ptr<Node> drained = std::move(head_);
+      head_ = std::move(drained->next);
+      if (spares_.size() < kMaxSpareRings) {
+        spares_.push_back(std::move(drained));
+      } else {
+        --nodes_;
+      }
     } else if (piece == 0) {
       break;
     }

@@ -2,7 +2,11 @@
 // rings between the network callbacks (Write) and the reader (Read). Rings
 // are allocated only as the data needs them and freed as soon as they are
 // drained (the last one stays for the next bytes), so memory follows what is
-// queued, rounded up to whole rings; each byte is copied once in and once out.
+// queued, rounded up to whole rings, plus up to kMaxSpareRings drained rings
+// kept for reuse: a download that swings between the executor's pause and
+// resume marks then cycles through rings whose pages are already mapped
+// instead of faulting in a fresh megabyte for every ring. Each byte is copied
+// once in and once out.
 //
 // The end of the data is a zero-length Write: bytes written after it are
 // dropped with a warning, and Read drains what was queued before it.
@@ -17,6 +21,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include <downloader/Filter/WispDownloadExecutor.h>
 #include <wisp/RingBuffer.h>
@@ -27,6 +32,9 @@ struct WispDownloadExecutor::BufferQueue {
   static constexpr size_t kRingCapacity = 0x100000;
   // Write and Read copy at most this much per hold of the lock.
   static constexpr size_t kLockedCopyBytes = 64 * 1024;
+  // As many rings as lie between the executor's pause and resume marks.
+  static constexpr size_t kMaxSpareRings =
+      (WispDownloadExecutor::kQueuePauseBytes - WispDownloadExecutor::kQueueResumeBytes) / kRingCapacity;
 
   BufferQueue();
   ~BufferQueue();
@@ -43,7 +51,7 @@ struct WispDownloadExecutor::BufferQueue {
   bool Drained();
   bool EndMarked();
   uint64_t QueuedBytes();
-  // Bytes of the rings allocated now.
+  // Bytes of the rings allocated now, the spares included.
   uint64_t HeldBytes();
 
  private:
@@ -56,9 +64,12 @@ struct WispDownloadExecutor::BufferQueue {
   };
 
   std::mutex mutex_;
-  // Guarded by mutex_. head_ owns the chain; tail_ points into it.
+  // Guarded by mutex_. head_ owns the chain; tail_ points into it; spares_
+  // are empty rings outside the chain.
   std::unique_ptr<Node> head_;
   Node* tail_ = nullptr;
+  std::vector<std::unique_ptr<Node>> spares_;
+  // Rings allocated, the spares included.
   uint64_t nodes_ = 0;
   uint64_t queued_ = 0;
   bool ended_ = false;
