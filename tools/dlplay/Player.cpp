@@ -167,8 +167,10 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
       if (!keepBody && sink_) sink_(url, offset, packet.data(), result.bytes);
       offset += result.bytes;
       report.bytes += result.bytes;
-      std::vector<int> trail = ParseLevelTrail(stream->GetInfo("level_tracker"));
-      progress_.Update(report.bytes, trail.empty() ? -1 : trail.back());
+      if (progress_.RedrawDue()) {
+        std::vector<int> trail = ParseLevelTrail(stream->GetInfo("level_tracker"));
+        progress_.Update(report.bytes, trail.empty() ? -1 : trail.back());
+      }
       PaceReader(report.bytes, began);
       if (Clock::now() - lastState > std::chrono::milliseconds(500)) {
         ReportPlayerState();

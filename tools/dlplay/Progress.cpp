@@ -24,10 +24,14 @@ void Progress::BeginRequest(int index, int count, const std::string& name) {
 
 void Progress::Update(uint64_t requestBytes, int level) { Draw(requestBytes, level, false); }
 
+bool Progress::RedrawDue() const {
+  return !quiet_ && terminal_ && std::chrono::steady_clock::now() - lastDraw_ >= kRedrawInterval;
+}
+
 void Progress::Draw(uint64_t requestBytes, int level, bool force) {
+  if (!force && !RedrawDue()) return;
   if (quiet_ || !terminal_) return;
   auto now = std::chrono::steady_clock::now();
-  if (!force && now - lastDraw_ < kRedrawInterval) return;
   lastDraw_ = now;
   double seconds = std::chrono::duration<double>(now - started_).count();
   double mib = static_cast<double>(totalBytes_ + requestBytes) / kBytesPerMiB;

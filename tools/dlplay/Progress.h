@@ -18,6 +18,9 @@ class Progress {
   void BeginRequest(int index, int count, const std::string& name);
   // Bytes of the current request so far and the level serving it.
   void Update(uint64_t requestBytes, int level);
+  // True when the next Update would draw: the caller may skip working out
+  // what to show until then.
+  bool RedrawDue() const;
   void EndRequest(uint64_t requestBytes, int level, int code, const std::string& subTag);
   void Finish();
 
