@@ -81,6 +81,12 @@ TEST(HlsPlaylistTest, RejectsWhatIsNotAPlaylist) {
   EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\na.m3u8\n#EXTINF:1,\nb.ts\n",
                                 "http://h/", &playlist, &error));
   EXPECT_FALSE(error.empty());
+  // A range whose end overflows a 64-bit offset, given outright or reached by following the previous one.
+  EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXTINF:1,\n#EXT-X-BYTERANGE:9223372036854775807@5\na.ts\n", "http://h/",
+                                &playlist, &error));
+  EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXTINF:1,\n#EXT-X-BYTERANGE:9223372036854775800@0\na.ts\n"
+                                "#EXTINF:1,\n#EXT-X-BYTERANGE:100\na.ts\n",
+                                "http://h/", &playlist, &error));
 }
 
 TEST(HlsPlaylistTest, PlaylistUrlsByPath) {

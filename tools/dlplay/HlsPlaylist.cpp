@@ -1,6 +1,7 @@
 #include "HlsPlaylist.h"
 
 #include <cstdlib>
+#include <limits>
 #include <sstream>
 
 #include "UrlResolver.h"
@@ -84,7 +85,7 @@ class Parser {
       pendingSegment_ = true;
       segment_.durationSeconds = ParseSeconds(rest);
     } else if (StartsWith(line, kByteRangeTag, &rest)) {
-      ParseByteRange(rest);
+      return ParseByteRange(rest, error);
     } else if (StartsWith(line, kMediaSequenceTag, &rest)) {
       nextSequence_ = ParseUnsigned(rest);
     } else if (StartsWith(line, kTargetDurationTag, &rest)) {
@@ -111,12 +112,20 @@ class Parser {
   }
 
  private:
-  // "LENGTH[@OFFSET]"; without an offset the range follows the previous one.
-  void ParseByteRange(const std::string& value) {
+  // "LENGTH[@OFFSET]"; without an offset the range follows the previous one. A range whose end does not fit
+  // a signed 64-bit offset is refused: no resource is that large, and the next range would start past it.
+  bool ParseByteRange(const std::string& value, std::string* error) {
     size_t at = value.find('@');
-    segment_.rangeLength = static_cast<int64_t>(ParseUnsigned(value.substr(0, at)));
-    segment_.rangeStart =
+    int64_t length = static_cast<int64_t>(ParseUnsigned(value.substr(0, at)));
+    int64_t start =
         at == std::string::npos ? nextRangeStart_ : static_cast<int64_t>(ParseUnsigned(value.substr(at + 1)));
+    if (length > std::numeric_limits<int64_t>::max() - start) {
+      *error = "a byte range ends past the largest offset: " + value;
+      return false;
+    }
+    segment_.rangeLength = length;
+    segment_.rangeStart = start;
+    return true;
   }
 
   bool Uri(const std::string& line, std::string* error) {
