@@ -61,11 +61,17 @@ void SegmentReadSide::Start(int64_t offset) {
 }
 
 void SegmentReadSide::Consumed(uint64_t bytes) {
+  // The reading thread waits only while it is kReadAhead ahead; waking it on
+  // every small read would make it check and sleep again dozens of times per
+  // block, so it is woken once, when room opens.
+  bool roomOpened;
   {
     std::lock_guard<std::mutex> lock(mutex_);
+    bool wasFull = unconsumed_ >= kReadAhead;
     unconsumed_ -= std::min(bytes, unconsumed_);
+    roomOpened = wasFull && unconsumed_ < kReadAhead;
   }
-  changed_.notify_all();
+  if (roomOpened) changed_.notify_one();
 }
 
 void SegmentReadSide::Stop() {

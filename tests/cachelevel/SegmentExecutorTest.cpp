@@ -142,12 +142,12 @@ class HoardingListener : public storage::SegmentReadListener {
     std::lock_guard<std::mutex> lock(mutex_);
     return delivered_;
   }
-  // Consumes everything delivered so far; what was new.
-  uint64_t ConsumeAll() {
+  // Consumes up to `most` of what was delivered so far; how much that was.
+  uint64_t Consume(uint64_t most) {
     std::lock_guard<std::mutex> lock(mutex_);
-    uint64_t fresh = delivered_ - consumed_;
-    consumed_ = delivered_;
-    return fresh;
+    uint64_t taken = std::min(most, delivered_ - consumed_);
+    consumed_ += taken;
+    return taken;
   }
   std::mutex mutex_;
   uint64_t delivered_ = 0;
@@ -163,8 +163,10 @@ TEST_F(SegmentExecutorTest, TheReadingSideStaysWithinItsReadAheadOfTheConsumer) 
   storage::SegmentReadSide side(storage::CacheWriter::CacheFilePath(*uri_), 1, &listener);
   side.Start(0);
   ASSERT_TRUE(dltest::WaitFor([&] { return listener.delivered() >= storage::SegmentReadSide::kReadAhead; }));
+  // Consumed in pieces much smaller than a block, as a player reads: each
+  // crossing below the read-ahead has to wake the reading side.
   ASSERT_TRUE(dltest::WaitFor([&] {
-    side.Consumed(listener.ConsumeAll());
+    side.Consumed(listener.Consume(kChunk / 2));
     return listener.delivered() == big.size();
   }));
   side.Stop();
