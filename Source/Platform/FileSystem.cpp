@@ -43,6 +43,8 @@ FileStatus PositionalFile::WriteGather(uint64_t offset, const WritePart* parts, 
   return FileStatus::Ok();
 }
 
+FileStatus PositionalFile::Reserve(uint64_t, uint64_t) { return FileStatus::Ok(); }
+
 FileStatus FileSystem::CheckOpenFlags(const std::string& path, uint32_t flags) {
   if ((flags & (kOpenRead | kOpenWrite)) == 0) return FileStatus::InvalidArgument("open without read or write " + path);
   if ((flags & kOpenTruncate) != 0 && (flags & kOpenWrite) == 0) {

@@ -86,6 +86,12 @@ class PositionalFile {
   // system call.
   virtual FileStatus WriteGather(uint64_t offset, const WritePart* parts, size_t count, size_t* bytesWritten);
   virtual FileStatus Size(uint64_t* size) = 0;
+  // Sets aside disk room for [offset, offset + length) without changing the
+  // file's size, so that writes landing there later do not allocate as they
+  // go. A hint: a platform or file system without such a call does nothing
+  // and returns Ok (the default); an error (the disk is full) leaves the file
+  // as it was.
+  virtual FileStatus Reserve(uint64_t offset, uint64_t length);
   // Hands what the system buffers for this file to the device.
   virtual FileStatus Sync() = 0;
 

@@ -1,5 +1,6 @@
-// POSIX half of the file seam: pread/preadv/pwrite/pwritev on descriptors opened
-// with O_CLOEXEC; POSIX files are always shareable between readers and writers.
+// POSIX half of the file seam: pread/preadv/pwrite/pwritev (and Linux's
+// fallocate) on descriptors opened with O_CLOEXEC; POSIX files are always
+// shareable between readers and writers.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -123,6 +124,19 @@ class PosixPositionalFile : public PositionalFile {
         landed -= pending[first].iov_len;
       }
     }
+  }
+
+  // Linux's fallocate with FALLOC_FL_KEEP_SIZE: the blocks are allocated
+  // (unwritten, reading as zeros) but the file's length stays what the
+  // writes made it, so nothing that judges a file by its length changes.
+  FileStatus Reserve(uint64_t offset, uint64_t length) override {
+    if (offset > kMaxOffset || length > kMaxOffset - offset) return FileStatus::InvalidArgument("fallocate " + path_);
+    int result;
+    do {
+      result = fallocate(fd_, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset), static_cast<off_t>(length));
+    } while (result != 0 && errno == EINTR);
+    if (result == 0 || errno == EOPNOTSUPP || errno == ENOSYS) return FileStatus::Ok();
+    return ErrnoStatus("fallocate " + path_, errno);
   }
 
   FileStatus Size(uint64_t* size) override {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "FaultInjectionFileSystem.h"
+#include "ForwardingFileSystem.h"
 #include "Storage/Persistence/DiskAdapter.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/Persistence/DiskCache.h"
@@ -14,6 +15,7 @@
 #include "Storage/Persistence/DiskFileNameUtil.h"
 #include "Storage/Persistence/DiskWriter.h"
 #include "Storage/Persistence/File.h"
+#include "Storage/SegmentChunk.h"
 #include "StorageTestUtil.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
@@ -112,6 +114,64 @@ TEST_F(DiskCacheLayerTest, GuardPassesOnlyWholeChunks) {
   std::vector<uint8_t> out(300);
   EXPECT_LT(adapter.read(out.data(), 50, 900), 0);
   EXPECT_EQ(adapter.read(out.data(), 100, 900), 100);
+}
+
+// Watches the room the cache sets aside, and can refuse it as a full disk
+// would.
+class ReservationRecorder : public dltest::ForwardingFileSystem {
+ public:
+  struct Range {
+    uint64_t offset;
+    uint64_t length;
+  };
+  std::vector<Range> ranges;
+  bool refuse = false;
+
+ protected:
+  FileStatus Reserve(PositionalFile* file, uint64_t offset, uint64_t length) override {
+    ranges.push_back(Range{offset, length});
+    return refuse ? FileStatus::IoError("no room", 28) : file->Reserve(offset, length);
+  }
+};
+
+// Room goes ahead of the writes one stretch at a time, covers every slot
+// written, never passes the last slot, and leaves the file's length to the
+// writes; a refusal costs no write.
+TEST_F(DiskCacheLayerTest, RoomIsSetAsideAheadOfTheWritesUpToTheLastSlot) {
+  constexpr uint64_t kChunk = SegmentFileV1::kDefaultChunkContentSize;
+  constexpr uint64_t kResource = 2 * DiskAdapter::kReserveAhead + 1000;
+  ReservationRecorder fileSystem;
+  DiskAdapter adapter(dir_.Join("reserved"), kResource, 1, &fileSystem);
+  ASSERT_TRUE(adapter.isValid());
+  std::vector<SegmentChunk> slots;
+  for (uint64_t goff = 0; goff < kResource; goff += kChunk) {
+    SegmentChunk slot;
+    ASSERT_TRUE(adapter.segmentFile().chunk_at(goff, &slot));
+    slots.push_back(slot);
+  }
+  const uint64_t layoutEnd = slots.back().position + slots.back().content_len + SegmentFileV1::kChecksumSize;
+
+  std::vector<uint8_t> first = SourceBytes(1, 0, kChunk);
+  ASSERT_EQ(adapter.write(first.data(), kChunk, 0), static_cast<int64_t>(kChunk));
+  ASSERT_EQ(fileSystem.ranges.size(), 1u);
+  EXPECT_EQ(fileSystem.ranges[0].offset, slots[0].position);
+  EXPECT_EQ(fileSystem.ranges[0].length, DiskAdapter::kReserveAhead);
+  EXPECT_EQ(ReadWholeFile(adapter.path()).size(), slots[0].position + kChunk + SegmentFileV1::kChecksumSize);
+
+  for (size_t index = 1; index < slots.size(); ++index) {
+    if (index == 40) fileSystem.refuse = true;
+    std::vector<uint8_t> content = SourceBytes(1, slots[index].offset, slots[index].content_len);
+    ASSERT_EQ(adapter.write(content.data(), content.size(), slots[index].offset),
+              static_cast<int64_t>(content.size()));
+  }
+  ASSERT_EQ(fileSystem.ranges.size(), 3u) << "one call per stretch";
+  uint64_t covered = fileSystem.ranges[0].offset;
+  for (const ReservationRecorder::Range& range : fileSystem.ranges) {
+    EXPECT_LE(range.offset, covered) << "no slot left out";
+    covered = range.offset + range.length;
+  }
+  EXPECT_EQ(covered, layoutEnd);
+  EXPECT_EQ(ReadWholeFile(adapter.path()).size(), layoutEnd);
 }
 
 TEST_F(DiskCacheLayerTest, WriteBackWritesTheOldestEntryWhenTheLimitIsReached) {

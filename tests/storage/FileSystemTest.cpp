@@ -127,6 +127,24 @@ TEST_F(FileSystemTest, GatheredWriteLandsAsTheConcatenationOfItsParts) {
   EXPECT_EQ(written, 0u);
 }
 
+// Room set aside is invisible to everything that judges a file by its
+// length or its bytes: the length stays what the writes made it, and writes
+// into the room land as anywhere else.
+TEST_F(FileSystemTest, ReservedRoomLeavesTheLengthAsTheWritesMadeIt) {
+  std::string path = dir_.Join("reserved");
+  auto file = Open(path, kReadWrite | kOpenCreate);
+  ASSERT_TRUE(file->Reserve(0, 1 << 20).ok());
+  uint64_t size = 1;
+  ASSERT_TRUE(file->Size(&size).ok());
+  EXPECT_EQ(size, 0u);
+  size_t written = 0;
+  ASSERT_TRUE(file->Write(4096, "tail", 4, &written).ok());
+  ASSERT_TRUE(file->Size(&size).ok());
+  EXPECT_EQ(size, 4100u);
+  EXPECT_EQ(ReadAll(*file, 4090, 100), std::string(6, '\0') + "tail");
+  EXPECT_EQ(file->Reserve(~0ull - 2, 4).kind(), FileStatus::Kind::kInvalidArgument);
+}
+
 TEST_F(FileSystemTest, OneFileHeldByAWriterAndAReaderAtOnce) {
   std::string path = dir_.Join("shared");
   auto writer = Open(path, kReadWrite | kOpenCreate);

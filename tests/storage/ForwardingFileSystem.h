@@ -1,6 +1,6 @@
 // A file system that hands every call to another one, and lets a subclass
-// step into the writes of the files it opens (to fail them, or to die in
-// them). Gathered writes reach `Write` part by part (the seam's default), so
+// step into the writes and reservations of the files it opens (to fail them,
+// to die in them, or to watch them). Gathered writes reach `Write` part by part (the seam's default), so
 // a subclass sees each part, such as a chunk's checksum, on its own.
 #ifndef TESTS_STORAGE_FORWARDINGFILESYSTEM_H_
 #define TESTS_STORAGE_FORWARDINGFILESYSTEM_H_
@@ -44,6 +44,9 @@ class ForwardingFileSystem : public downloader::platform::FileSystem {
                            size_t* bytesWritten) {
     return file->Write(offset, data, length, bytesWritten);
   }
+  virtual FileStatus Reserve(PositionalFile* file, uint64_t offset, uint64_t length) {
+    return file->Reserve(offset, length);
+  }
 
  private:
   class ForwardingFile : public PositionalFile {
@@ -56,6 +59,7 @@ class ForwardingFileSystem : public downloader::platform::FileSystem {
     FileStatus Write(uint64_t offset, const void* data, size_t length, size_t* bytesWritten) override {
       return owner_->Write(base_.get(), offset, data, length, bytesWritten);
     }
+    FileStatus Reserve(uint64_t offset, uint64_t length) override { return owner_->Reserve(base_.get(), offset, length); }
     FileStatus Size(uint64_t* size) override { return base_->Size(size); }
     FileStatus Sync() override { return base_->Sync(); }
 

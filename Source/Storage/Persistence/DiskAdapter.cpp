@@ -1,5 +1,6 @@
 #include "Storage/Persistence/DiskAdapter.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "Storage/ByteOrder.h"
@@ -30,6 +31,10 @@ DiskAdapter::DiskAdapter(const std::string& path, uint64_t fileSize, int64_t job
   }
   if (segmentFile_.is_valid()) {
     intercept_ = std::make_unique<DiskAdapterIntercept>(&segmentFile_, jobId);
+    SegmentChunk last;
+    if (segmentFile_.chunk_at(segmentFile_.content_file_size() - 1, &last)) {
+      layoutEnd_ = last.position + last.content_len + SegmentFileV1::kChecksumSize;
+    }
   } else {
     DL_LOGW << tag_ << "invalid segment file:" << path_;
   }
@@ -58,10 +63,21 @@ int64_t DiskAdapter::writeParts(const platform::WritePart* parts, size_t count, 
   PutLittleEndian<uint32_t>(encodedCrc, crc);
   std::vector<platform::WritePart> slot(parts, parts + count);
   slot.push_back(platform::WritePart{encodedCrc, sizeof(encodedCrc)});
+  reserveAhead(static_cast<uint64_t>(position), len + sizeof(encodedCrc));
   int64_t written = file_->writeGather(slot.data(), slot.size(), static_cast<uint64_t>(position));
   int64_t contentWritten = written < 0 ? written : written - static_cast<int64_t>(sizeof(encodedCrc));
   if (!intercept_->after_write(crc, goff, len, contentWritten)) return -1;
   return contentWritten;
+}
+
+void DiskAdapter::reserveAhead(uint64_t position, uint64_t length) {
+  uint64_t end = position + length;
+  if (end <= reservedEnd_.load(std::memory_order_relaxed) || position >= layoutEnd_) return;
+  uint64_t until = std::min(layoutEnd_, std::max(end, position + kReserveAhead));
+  reservedEnd_.store(until, std::memory_order_relaxed);
+  // Refused room (a full disk) is no failure here: the write says for itself
+  // whether its bytes fit.
+  file_->reserve(position, until - position);
 }
 
 int64_t DiskAdapter::read(uint8_t* data, uint64_t len, uint64_t goff) {

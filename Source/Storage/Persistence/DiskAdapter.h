@@ -14,10 +14,18 @@
 // content may be on disk (the chunk stays unfilled).
 //
 // Thread rules: any thread; the file and the segment file serialise
-// themselves, and the members are constant after construction.
+// themselves, and the members are constant after construction except
+// reservedEnd_, an atomic.
+//
+// A write that lands past the room set aside for the file first sets aside
+// the next kReserveAhead bytes of it (never past the last slot), so the file
+// system allocates once per stretch instead of under every write. The room
+// does not count in the file's length; a file left partly written keeps at
+// most that stretch set aside beyond its last write.
 #ifndef DOWNLOADER_STORAGE_PERSISTENCE_DISKADAPTER_H_
 #define DOWNLOADER_STORAGE_PERSISTENCE_DISKADAPTER_H_
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -52,11 +60,19 @@ class DiskAdapter {
   // Writes the entry's cells in resource order; false at the first failure.
   bool writeCache(const DiskCacheEntry& entry);
 
+  // How much of the file ahead of a write that passes what is set aside
+  // gets set aside at once.
+  static constexpr uint64_t kReserveAhead = 8 * 1024 * 1024;
+
   bool isValid() const { return intercept_ != nullptr; }
   SegmentFileV1& segmentFile() { return segmentFile_; }
   const std::string& path() const { return path_; }
 
  private:
+  // Sets aside room from `position` on when [position, position + length)
+  // passes what is set aside already.
+  void reserveAhead(uint64_t position, uint64_t length);
+
   // Constant after construction.
   const std::string path_;
   const std::string tag_;
@@ -64,6 +80,12 @@ class DiskAdapter {
   SegmentFileV1 segmentFile_;
   // Present only while the segment file is valid; refers to segmentFile_.
   std::unique_ptr<DiskAdapterIntercept> intercept_;
+  // Where the last chunk's slot ends; 0 while invalid.
+  uint64_t layoutEnd_ = 0;
+
+  // The end of the room set aside so far. Writers race on it only to set the
+  // same room aside twice, which is harmless.
+  std::atomic<uint64_t> reservedEnd_{0};
 };
 
 }  // namespace storage

@@ -150,6 +150,17 @@ bool DiskWriter::fileSize(uint64_t* size) {
   return file && file->Size(size).ok();
 }
 
+bool DiskWriter::reserve(uint64_t offset, uint64_t length) {
+  std::shared_ptr<platform::PositionalFile> file = handle();
+  if (!file || !seek(offset, length)) return false;
+  platform::FileStatus status = file->Reserve(offset, length);
+  if (!status.ok()) {
+    DL_LOGW << tag_ << "reserve,fail,offset:" << offset << ",length:" << length << ",errNum:" << status.errorNumber()
+            << "," << status.ToString();
+  }
+  return status.ok();
+}
+
 bool DiskWriter::flushOSBuffers() {
   std::shared_ptr<platform::PositionalFile> file = handle();
   if (!file) return false;

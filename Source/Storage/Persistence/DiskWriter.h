@@ -59,6 +59,9 @@ class DiskWriter {
   // Current length of the open file; false when closed or on error.
   bool fileSize(uint64_t* size);
   bool flushOSBuffers();
+  // Disk room for [offset, offset + length) without changing the length
+  // (see platform::PositionalFile::Reserve); false when closed or refused.
+  bool reserve(uint64_t offset, uint64_t length);
   void closeFile();
 
   bool isOpen() const;

@@ -56,6 +56,7 @@ class File {
   // Length of the open file.
   bool size(uint64_t* size) { return writer_.fileSize(size); }
   bool flushOSBuffers() { return writer_.flushOSBuffers(); }
+  bool reserve(uint64_t position, uint64_t length) { return writer_.reserve(position, length); }
 
   // Path operations.
   bool exists();
