@@ -15,6 +15,14 @@ namespace {
 constexpr int64_t kDefaultReadTimeoutMs = 5000;
 constexpr auto kWaitStep = std::chrono::milliseconds(100);
 
+// How long a read waits for bytes: "segment_control_timeout" when set, else
+// "read_timeout". Read once, at construction: a read is on the player's hot
+// path and the configuration does not change under a running request.
+int64_t ReadWaitMs(const ConfigPtr& config) {
+  int64_t waitMs = ReadConfigInt(config, kDownloaderConfigGroup, "segment_control_timeout", 0);
+  return waitMs > 0 ? waitMs : ReadConfigInt64(config, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
+}
+
 int64_t NextJobId() {
   static std::atomic<int64_t> lastJobId{0};
   return ++lastJobId;
@@ -25,6 +33,7 @@ int64_t NextJobId() {
 SegmentDownloadExecutor::SegmentDownloadExecutor(ConfigPtr config, std::shared_ptr<URI> uri)
     : config_(std::move(config)),
       uri_(std::move(uri)),
+      readWaitMs_(ReadWaitMs(config_)),
       jobId_(NextJobId()),
       tag_("[diskcache][jobid" + std::to_string(jobId_) + "_SegmentDownloadExecutor]") {}
 
@@ -110,9 +119,7 @@ void SegmentDownloadExecutor::StopReading() {
 
 DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
   DLReadResult result;
-  int64_t waitMs = ReadConfigInt(config_, kDownloaderConfigGroup, "segment_control_timeout", 0);
-  if (waitMs <= 0) waitMs = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(readWaitMs_);
   std::unique_lock<std::mutex> lock(mutex_);
   DL_LOGT << tag_ << "read,offset:" << readOffset_;
   while (true) {

@@ -69,6 +69,7 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
   // Constant after construction.
   const ConfigPtr config_;
   const std::shared_ptr<URI> uri_;
+  const int64_t readWaitMs_;
   const int64_t jobId_;
   const std::string tag_;
   std::string fileName_;

@@ -142,9 +142,9 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
   std::shared_ptr<downloader::IStream> stream = tunnel_->Acquire();
   DLResultCode opened = stream->Open(uri);
   // Only the JSON report shows the digest; hashing every byte otherwise would
-  // cost the reading thread about as much as the download itself.
-  const bool hashing = jsonOut_ != nullptr;
-  Sha256 digest;
+  // cost the reading thread about as much as the download itself, and even
+  // setting a digest up costs a lookup in the crypto library per request.
+  std::unique_ptr<Sha256> digest = jsonOut_ != nullptr ? std::make_unique<Sha256>() : nullptr;
   if (opened.code != kDLSuccess) {
     report.code = kDLFailure;
     report.subCode = opened.subCode;
@@ -161,7 +161,7 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
         break;
       }
       if (result.bytes == 0) continue;
-      if (hashing) digest.Update(packet.data(), result.bytes);
+      if (digest) digest->Update(packet.data(), result.bytes);
       if (keepBody) fetch.body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
       if (!keepBody && out_) out_.write(reinterpret_cast<const char*>(packet.data()), result.bytes);
       if (!keepBody && sink_) sink_(url, offset, packet.data(), result.bytes);
@@ -183,7 +183,7 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
   report.downgrades = report.levels.empty() ? 0 : static_cast<int>(report.levels.size()) - 1;
   report.executor = stream->GetInfo("executor");
   report.cacheHit = report.code == 0 && report.level == kDLLevelCache;
-  if (hashing) report.sha256 = digest.HexDigest();
+  if (digest) report.sha256 = digest->HexDigest();
   stream->Close();
   tunnel_->Release(stream);
   report.ms = MillisecondsSince(began);
