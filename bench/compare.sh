@@ -109,6 +109,9 @@ for ((round = 0; round < rounds; round++)); do
   echo "dlplay_hls $(wall_of "$dlplay" --cache "$work/none" "$hls_url")" >>"$samples"
   rm -rf "$work/fresh"
   echo "dlplay_hls_writing $(wall_of "$dlplay" --cache "$work/fresh" "${writing[@]}" "$hls_url")" >>"$samples"
+  # The play before wrote 400 MiB and removed the previous round's copy: its
+  # write-back would otherwise run under whichever reader comes next.
+  sync
   cat "${cache_files[@]}" >/dev/null
   echo "cat $(wall_of cat "${cache_files[@]}")" >>"$samples"
   echo "dlplay_replay $(wall_of "$dlplay" --cache "$work/replay" "${writing[@]}" "$hls_url")" >>"$samples"
