@@ -1,5 +1,7 @@
 #include "Platform/FileSystem.h"
 
+#include <limits>
+
 namespace downloader {
 namespace platform {
 namespace {
@@ -43,7 +45,11 @@ FileStatus PositionalFile::WriteGather(uint64_t offset, const WritePart* parts, 
   return FileStatus::Ok();
 }
 
-FileStatus PositionalFile::Reserve(uint64_t, uint64_t) { return FileStatus::Ok(); }
+FileStatus PositionalFile::Reserve(uint64_t offset, uint64_t length) {
+  constexpr uint64_t kLargestOffset = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+  if (offset > kLargestOffset || length > kLargestOffset - offset) return FileStatus::InvalidArgument("reserve");
+  return FileStatus::Ok();
+}
 
 FileStatus FileSystem::CheckOpenFlags(const std::string& path, uint32_t flags) {
   if ((flags & (kOpenRead | kOpenWrite)) == 0) return FileStatus::InvalidArgument("open without read or write " + path);

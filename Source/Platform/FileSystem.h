@@ -90,7 +90,8 @@ class PositionalFile {
   // file's size, so that writes landing there later do not allocate as they
   // go. A hint: a platform or file system without such a call does nothing
   // and returns Ok (the default); an error (the disk is full) leaves the file
-  // as it was.
+  // as it was. A range that ends past the largest file offset is
+  // InvalidArgument everywhere.
   virtual FileStatus Reserve(uint64_t offset, uint64_t length);
   // Hands what the system buffers for this file to the device.
   virtual FileStatus Sync() = 0;
