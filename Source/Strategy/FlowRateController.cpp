@@ -18,12 +18,6 @@ constexpr int64_t kMicrosPerSecond = 1000000;
 constexpr int64_t kBitsPerByte = 8;
 constexpr int64_t kMillisPerSecond = 1000;
 
-int64_t SteadyNowUs() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
 int64_t AtLeastOne(int64_t value) { return value < 1 ? 1 : value; }
 
 }  // namespace
@@ -45,7 +39,7 @@ const char* FlowRateController::VerdictName(Verdict verdict) {
 }
 
 FlowRateController::FlowRateController(NowFunction now)
-    : now_(now ? std::move(now) : NowFunction(&SteadyNowUs)),
+    : now_(now ? std::move(now) : NowFunction(&Source::SteadyClockUs)),
       sampleIntervalUs_(kDefaultSampleIntervalMs * kMicrosPerMilli),
       windowUs_(kDefaultSampleIntervalMs * kDefaultWindowCount * kMicrosPerMilli),
       bufferThresholdMs_(kDefaultBufferThresholdMs),

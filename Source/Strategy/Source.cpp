@@ -6,16 +6,13 @@
 #include "Impls/StreamStats.h"
 
 namespace downloader {
-namespace {
 
-int64_t SteadyNowUs() {
+int64_t Source::SteadyClockUs() {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
 
-}  // namespace
-
-Source::Source(NowFunction now) : now_(now ? std::move(now) : NowFunction(&SteadyNowUs)) {}
+Source::Source(NowFunction now) : now_(now ? std::move(now) : NowFunction(&SteadyClockUs)) {}
 
 Source::~Source() = default;
 

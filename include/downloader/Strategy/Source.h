@@ -36,6 +36,9 @@ class DOWNLOADER_EXPORT Source {
  public:
   // Microseconds on a monotonic clock.
   using NowFunction = std::function<int64_t()>;
+  // The steady clock in those units: what `now` defaults to here and in the
+  // flow-rate controller.
+  static int64_t SteadyClockUs();
 
   // What arrived since construction: both only grow.
   struct Inlet {
