@@ -58,17 +58,17 @@ TEST_F(WispInletTest, TrackInfoIsKeptWhenWellFormedAndLoggedAndIgnoredOtherwise)
   EXPECT_EQ(tracked->GetInfo("track_info"), R"({"bit_rate":"1500000","id":"2","key":"true","type":"video"})");
   tracked->Close();
 
-  for (const std::string bad : {"t1", "{\"type\":", "[1,2]", R"({"nested":{"id":1}})", ""}) {
-    LogCapture log;
-    auto executor = NewExecutor(SyntheticUrl("track", 3000), {{"track_info", bad}});
-    ASSERT_EQ(executor->Open(uri_).code, kDLSuccess) << bad;
-    EXPECT_EQ(executor->GetInfo("track_info"), "") << bad;
-    EXPECT_TRUE(log.Contains("track_info ignored")) << bad;
-    std::vector<uint8_t> data;
-    EXPECT_EQ(ReadToEnd(executor.get(), 4096, &data).code, kDLEndOfData) << bad;
-    EXPECT_EQ(data.size(), 3000u) << bad;
-    executor->Close();
-  }
+  // Which texts are refused is the parser's own test; here, that a refused
+  // one is logged and costs the request nothing.
+  LogCapture log;
+  auto executor = NewExecutor(SyntheticUrl("track", 3000), {{"track_info", R"({"nested":{"id":1}})"}});
+  ASSERT_EQ(executor->Open(uri_).code, kDLSuccess);
+  EXPECT_EQ(executor->GetInfo("track_info"), "");
+  EXPECT_TRUE(log.Contains("track_info ignored"));
+  std::vector<uint8_t> data;
+  EXPECT_EQ(ReadToEnd(executor.get(), 4096, &data).code, kDLEndOfData);
+  EXPECT_EQ(data.size(), 3000u);
+  executor->Close();
 }
 
 // --- The preload buffer ------------------------------------------------------
