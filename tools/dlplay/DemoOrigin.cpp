@@ -12,6 +12,10 @@ DemoOrigin::~DemoOrigin() { Stop(); }
 
 bool DemoOrigin::Start() {
   origin_->Install(server_.get());
+  // The server's workers wait out an idle keep-alive connection before they
+  // see the stop, and the library keeps its connections open: with the
+  // default of 5 s every demo would hang that long at the end.
+  server_->set_keep_alive_timeout(0);
   port_ = server_->bind_to_any_port("127.0.0.1");
   if (port_ <= 0) return false;
   // Bound and listening already: connections made before the accept loop
