@@ -18,7 +18,7 @@ TEST(OptionsTest, EveryOptionReachesItsField) {
   std::string error;
   ASSERT_EQ(Parse({"--cache", "/c", "--set", "downloader_config.enable_segment_writer=true", "--param",
                    "player_id=3", "--range", "100-199", "--reader-rate", "1000000", "--buffer-ms", "8000",
-                   "--report", "json", "--variant", "1", "http://h/index.m3u8"},
+                   "--report", "json", "--variant", "1", "--lookahead", "0", "http://h/index.m3u8"},
                   &options, &error),
             ParseOutcome::kRun)
       << error;
@@ -34,6 +34,7 @@ TEST(OptionsTest, EveryOptionReachesItsField) {
   EXPECT_EQ(options.bufferMs, 8000);
   EXPECT_TRUE(options.jsonReport);
   EXPECT_EQ(options.variant, 1);
+  EXPECT_EQ(options.lookahead, 0);
   EXPECT_EQ(options.url, "http://h/index.m3u8");
 }
 
@@ -45,7 +46,8 @@ TEST(OptionsTest, BadInputIsAnErrorNotAGuess) {
   EXPECT_TRUE(options.url.empty());  // the demo
   for (std::vector<const char*> bad : std::vector<std::vector<const char*>>{
            {"--range", "9-3"}, {"--range", "x-"}, {"--reader-rate", "0"}, {"--set", "nogroup=1"},
-           {"--report", "xml"}, {"--cache"}, {"--bogus", "1"}, {"a", "b"}, {"--param", "=v"}}) {
+           {"--report", "xml"}, {"--lookahead", "9"}, {"--lookahead", "-1"}, {"--cache"}, {"--bogus", "1"},
+           {"a", "b"}, {"--param", "=v"}}) {
     EXPECT_EQ(Parse(bad, &options, &error), ParseOutcome::kError) << bad[0];
     EXPECT_FALSE(error.empty());
   }

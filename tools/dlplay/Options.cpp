@@ -65,6 +65,8 @@ std::string UsageText() {
          "  --reader-rate BYTES/S  read no faster than this, as a slow player\n"
          "  --buffer-ms N          the player's buffer to report to the tunnel\n"
          "  --variant N            the variant of a master playlist (default: highest bandwidth)\n"
+         "  --lookahead N          segments opened ahead of the one being read (default 1, at most " +
+             std::to_string(kMaxLookahead) + ")\n"
          "  --log FILE             the library's log lines (default: errors to stderr)\n"
          "  --report json          one JSON object per request on stdout\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
@@ -128,6 +130,9 @@ ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, s
     } else if (arg == "--variant") {
       ok = ParseWholeNumber(value, &number) && number >= 0 && number < (1 << 20);
       options->variant = static_cast<int>(number);
+    } else if (arg == "--lookahead") {
+      ok = ParseWholeNumber(value, &number) && number >= 0 && number <= kMaxLookahead;
+      options->lookahead = static_cast<int>(number);
     } else if (arg == "--log") {
       options->logFile = value;
     } else if (arg == "--report") {

@@ -10,6 +10,10 @@
 
 namespace dlplay {
 
+// Each stream opened ahead holds its own read-ahead; a few are plenty to hide
+// the opening of the next segment.
+constexpr int kMaxLookahead = 8;
+
 struct Options {
   std::string url;  // empty: run the demo
   std::string cacheDir;
@@ -26,6 +30,8 @@ struct Options {
   bool jsonReport = false;
   std::string enginePath;
   int variant = -1;  // -1: highest bandwidth
+  // Segments whose streams are opened while an earlier one is still read.
+  int lookahead = 1;
 };
 
 enum class ParseOutcome { kRun, kHelp, kError };

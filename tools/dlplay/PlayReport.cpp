@@ -60,7 +60,6 @@ std::vector<int> ParseLevelTrail(const std::string& trail) {
 void PlaySummary::Add(const RequestReport& report) {
   ++requests_;
   bytes_ += report.bytes;
-  milliseconds_ += report.ms;
   downgrades_ += report.downgrades;
   if (report.code != 0) ++failures_;
   if (report.cacheHit) ++cacheHits_;

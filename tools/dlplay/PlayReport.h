@@ -46,6 +46,9 @@ std::vector<int> ParseLevelTrail(const std::string& trail);
 class PlaySummary {
  public:
   void Add(const RequestReport& report);
+  // The play's wall time: with streams opened ahead, requests overlap and
+  // their own times do not add up to it.
+  void SetMilliseconds(int64_t milliseconds) { milliseconds_ = milliseconds; }
 
   uint64_t bytes() const { return bytes_; }
   int requests() const { return requests_; }

@@ -34,6 +34,13 @@ Player::Player(const Options& options, std::shared_ptr<protocols::IConfigure> co
 Player::~Player() { downloader::KestrelTunnel::DestoryKestrelTunnel(tunnel_); }
 
 bool Player::Play(const std::string& url, PlaySummary* summary, std::string* error) {
+  Clock::time_point began = Clock::now();
+  bool played = PlayUntimed(url, summary, error);
+  summary->SetMilliseconds(MillisecondsSince(began));
+  return played;
+}
+
+bool Player::PlayUntimed(const std::string& url, PlaySummary* summary, std::string* error) {
   if (!options_.outPath.empty() && !out_) {
     *error = "cannot write " + options_.outPath;
     return false;
@@ -85,21 +92,32 @@ bool Player::ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySum
 
 bool Player::PlayMedia(const HlsPlaylist& playlist, uint64_t bitRate, PlaySummary* summary) {
   bitRate_ = bitRate;
-  int count = static_cast<int>(playlist.segments.size());
-  for (int index = 0; index < count; ++index) {
-    const HlsSegment& segment = playlist.segments[index];
-    progress_.BeginRequest(index + 1, count, segment.uri);
+  size_t count = playlist.segments.size();
+  size_t lookahead = static_cast<size_t>(options_.lookahead);
+  std::deque<OpenRequest> opened;
+  size_t nextToOpen = 0;
+  for (size_t index = 0; index < count; ++index) {
+    progress_.BeginRequest(static_cast<int>(index + 1), static_cast<int>(count), playlist.segments[index].uri);
     ReportPlayerState();
-    int64_t rangeEnd = segment.rangeLength > 0 ? segment.rangeStart + segment.rangeLength - 1 : -1;
-    Fetch fetch = FetchResource(segment.uri, segment.rangeStart, rangeEnd, false);
+    for (; nextToOpen < count && nextToOpen <= index + lookahead; ++nextToOpen) {
+      opened.push_back(OpenSegment(playlist.segments[nextToOpen]));
+    }
+    OpenRequest request = std::move(opened.front());
+    opened.pop_front();
+    Fetch fetch = ReadToEnd(request, false);
     Record(fetch.report, summary);
-    if (fetch.report.code == 0) bufferedMediaMs_ += segment.durationSeconds * 1000.0;
+    if (fetch.report.code == 0) bufferedMediaMs_ += playlist.segments[index].durationSeconds * 1000.0;
     if (!playing_) {
       playing_ = true;
       playStarted_ = Clock::now();
     }
   }
   return true;
+}
+
+Player::OpenRequest Player::OpenSegment(const HlsSegment& segment) {
+  int64_t rangeEnd = segment.rangeLength > 0 ? segment.rangeStart + segment.rangeLength - 1 : -1;
+  return Open(segment.uri, segment.rangeStart, rangeEnd);
 }
 
 int Player::BufferedMs() const {
@@ -128,9 +146,11 @@ void Player::PaceReader(uint64_t bytesSoFar, Clock::time_point began) {
 }
 
 Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, int64_t rangeEnd, bool keepBody) {
-  Fetch fetch;
-  RequestReport& report = fetch.report;
-  report.url = url;
+  OpenRequest request = Open(url, rangeStart, rangeEnd);
+  return ReadToEnd(request, keepBody);
+}
+
+Player::OpenRequest Player::Open(const std::string& url, int64_t rangeStart, int64_t rangeEnd) {
   downloader::URIBuilder builder = downloader::URIBuilder::New();
   builder.params = options_.params;
   builder.params["player_id"] = std::to_string(kPlayerId);
@@ -138,22 +158,35 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
   if (rangeEnd >= 0) builder.params["range_end"] = std::to_string(rangeEnd);
   std::shared_ptr<downloader::URI> uri = builder.SetUrl(url).Build();
 
-  Clock::time_point began = Clock::now();
-  std::shared_ptr<downloader::IStream> stream = tunnel_->Acquire();
-  DLResultCode opened = stream->Open(uri);
+  OpenRequest request;
+  request.url = url;
+  request.rangeStart = rangeStart;
+  request.began = Clock::now();
+  request.stream = tunnel_->Acquire();
+  request.opened = request.stream->Open(uri);
+  return request;
+}
+
+Player::Fetch Player::ReadToEnd(OpenRequest& request, bool keepBody) {
+  Fetch fetch;
+  RequestReport& report = fetch.report;
+  report.url = request.url;
+  downloader::IStream& stream = *request.stream;
+  // A stream opened ahead may have waited: the pace runs from the first read.
+  Clock::time_point readingBegan = Clock::now();
   // Only the JSON report shows the digest; hashing every byte otherwise would
   // cost the reading thread about as much as the download itself, and even
   // setting a digest up costs a lookup in the crypto library per request.
   std::unique_ptr<Sha256> digest = jsonOut_ != nullptr ? std::make_unique<Sha256>() : nullptr;
-  if (opened.code != kDLSuccess) {
+  if (request.opened.code != kDLSuccess) {
     report.code = kDLFailure;
-    report.subCode = opened.subCode;
+    report.subCode = request.opened.subCode;
   } else {
     std::vector<uint8_t> packet(kReadPacketSize);
-    uint64_t offset = rangeStart > 0 ? static_cast<uint64_t>(rangeStart) : 0;
-    Clock::time_point lastState = began;
+    uint64_t offset = request.rangeStart > 0 ? static_cast<uint64_t>(request.rangeStart) : 0;
+    Clock::time_point lastState = readingBegan;
     for (;;) {
-      DLReadResult result = stream->Read(packet.data(), packet.size());
+      DLReadResult result = stream.Read(packet.data(), packet.size());
       if (result.code == kDLEndOfData) break;
       if (result.code != kDLSuccess) {
         report.code = kDLFailure;
@@ -164,29 +197,29 @@ Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, 
       if (digest) digest->Update(packet.data(), result.bytes);
       if (keepBody) fetch.body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
       if (!keepBody && out_) out_.write(reinterpret_cast<const char*>(packet.data()), result.bytes);
-      if (!keepBody && sink_) sink_(url, offset, packet.data(), result.bytes);
+      if (!keepBody && sink_) sink_(request.url, offset, packet.data(), result.bytes);
       offset += result.bytes;
       report.bytes += result.bytes;
       if (progress_.RedrawDue()) {
-        std::vector<int> trail = ParseLevelTrail(stream->GetInfo("level_tracker"));
+        std::vector<int> trail = ParseLevelTrail(stream.GetInfo("level_tracker"));
         progress_.Update(report.bytes, trail.empty() ? -1 : trail.back());
       }
-      PaceReader(report.bytes, began);
+      PaceReader(report.bytes, readingBegan);
       if (Clock::now() - lastState > std::chrono::milliseconds(500)) {
         ReportPlayerState();
         lastState = Clock::now();
       }
     }
   }
-  report.levels = ParseLevelTrail(stream->GetInfo("level_tracker"));
+  report.levels = ParseLevelTrail(stream.GetInfo("level_tracker"));
   report.level = report.levels.empty() ? -1 : report.levels.back();
   report.downgrades = report.levels.empty() ? 0 : static_cast<int>(report.levels.size()) - 1;
-  report.executor = stream->GetInfo("executor");
+  report.executor = stream.GetInfo("executor");
   report.cacheHit = report.code == 0 && report.level == kDLLevelCache;
   if (digest) report.sha256 = digest->HexDigest();
-  stream->Close();
-  tunnel_->Release(stream);
-  report.ms = MillisecondsSince(began);
+  stream.Close();
+  tunnel_->Release(request.stream);
+  report.ms = MillisecondsSince(request.began);
   progress_.EndRequest(report.bytes, report.level, report.code, downloader::SubCodeTag(report.subCode));
   return fetch;
 }

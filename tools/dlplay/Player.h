@@ -2,6 +2,10 @@
 // video player does. A playlist is read through a stream, a variant chosen
 // (master playlists), then every segment is read in order through a stream of
 // its own, while the player's buffer is reported to the tunnel as pulse data.
+// Like a player that requests the next segments before the current one is
+// done, it opens the streams of the next `lookahead` segments while it reads
+// one, so that their opening (and the library's read-ahead) overlaps the
+// reading instead of following it.
 //
 // Used from one thread.
 #ifndef TOOLS_DLPLAY_PLAYER_H_
@@ -9,6 +13,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <fstream>
 #include <memory>
@@ -35,6 +40,7 @@ class Player {
 
   // A playlist (every segment) or one resource. False, with `error`, when the
   // URL could not be played at all; a failed segment is counted, not fatal.
+  // The summary's time is the play's wall time.
   bool Play(const std::string& url, PlaySummary* summary, std::string* error);
 
   void SetBytesSink(BytesSink sink) { sink_ = std::move(sink); }
@@ -49,8 +55,21 @@ class Player {
     RequestReport report;
     std::string body;  // kept for playlists only
   };
+  // A request whose stream has been opened and not yet read.
+  struct OpenRequest {
+    std::string url;
+    int64_t rangeStart = -1;
+    std::shared_ptr<downloader::IStream> stream;
+    DLResultCode opened;
+    std::chrono::steady_clock::time_point began;
+  };
 
+  bool PlayUntimed(const std::string& url, PlaySummary* summary, std::string* error);
+  OpenRequest Open(const std::string& url, int64_t rangeStart, int64_t rangeEnd);
+  // Reads the request to its end and closes its stream.
+  Fetch ReadToEnd(OpenRequest& request, bool keepBody);
   Fetch FetchResource(const std::string& url, int64_t rangeStart, int64_t rangeEnd, bool keepBody);
+  OpenRequest OpenSegment(const HlsSegment& segment);
   bool ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySummary* summary, std::string* error);
   bool PlayMedia(const HlsPlaylist& playlist, uint64_t bitRate, PlaySummary* summary);
   void Record(const RequestReport& report, PlaySummary* summary);
