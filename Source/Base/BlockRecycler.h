@@ -5,6 +5,9 @@
 // page in again, zeroed, for the next one; on a replay from the page cache
 // that costs about as much as the copy itself.
 //
+// A kept block serves any size it can hold with at most half of it unused, so
+// that the odd-sized last block of a resource reuses a full block instead of
+// faulting in fresh memory, while a small chunk never pins a large block.
 // Only blocks from kSmallestKept to kLargestKept bytes are kept, at most
 // kMaxKeptBytes in all; the oldest goes first. Blocks are not cleared.
 //
@@ -34,17 +37,19 @@ class BlockRecycler {
   BlockRecycler& operator=(const BlockRecycler&) = delete;
   ~BlockRecycler();
 
-  // A block of `size` bytes (a kept one when there is one of that size);
-  // nullptr when memory runs out.
-  uint8_t* Take(uint64_t size);
-  // Keeps `block` (from Take, of `size` bytes) or frees it. Null is ignored.
-  void Give(uint8_t* block, uint64_t size);
+  // A block of at least `size` bytes, its length in `capacity`: the newest
+  // kept one that fits, else a new one of exactly `size`. nullptr when memory
+  // runs out.
+  uint8_t* Take(uint64_t size, uint64_t* capacity);
+  // Keeps `block` (from Take, of `capacity` bytes) or frees it. Null is
+  // ignored.
+  void Give(uint8_t* block, uint64_t capacity);
 
   uint64_t KeptBytes();
 
  private:
   std::mutex mutex_;
-  // Guarded by mutex_. Oldest first.
+  // Guarded by mutex_. (capacity, block), oldest first.
   std::vector<std::pair<uint64_t, uint8_t*>> kept_;
   uint64_t keptBytes_ = 0;
 };

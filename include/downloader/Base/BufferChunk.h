@@ -62,6 +62,7 @@ class DOWNLOADER_EXPORT BufferChunk {
   void SetInfoCode(int32_t infoCode) { infoCode_ = infoCode; }
 
   uint8_t* data_ = nullptr;
+  uint64_t capacity_ = 0;  // of data_, at least size_
   uint64_t size_;
   uint64_t readOffset_ = 0;
   int32_t flag_ = 0;
