@@ -342,6 +342,7 @@ RetryableStream::LevelAttempt RetryableStream::OpenAtLevel(DLDownloadLevel level
       openingExecutor_ = executor;
     }
     attempt.responded = true;
+    levelAttempts_.push_back(level);
     attempt.result = executor->Open(request);
     bool cancelled = false;
     {
@@ -551,10 +552,11 @@ std::string RetryableStream::GetInfo(const std::string& key) {
     return timedOut_ ? "1" : "0";
   }
   if (key == "level_tracker") {
-    std::string tracker = LevelTracker();
+    std::string tracker = JoinLevels(levelHistory_);
     DL_LOGD << "GetInfo for LEVEL_TRACKER:" << tracker;
     return tracker;
   }
+  if (key == "level_attempts") return JoinLevels(levelAttempts_);
   if (key == "stream_type") return ReadParam("stream_type", std::string());
   // The serving executor's own name ("CACHE", "WISP", ...), for hosts that
   // report which channel served a request.
@@ -629,13 +631,13 @@ void RetryableStream::Commit(StatsStage stage, const std::string& event, DLDownl
                                     ",offset:" + std::to_string(offset_));
 }
 
-std::string RetryableStream::LevelTracker() const {
-  std::string tracker;
-  for (DLDownloadLevel level : levelHistory_) {
-    if (!tracker.empty()) tracker += ">";
-    tracker += std::to_string(level);
+std::string RetryableStream::JoinLevels(const std::vector<DLDownloadLevel>& levels) {
+  std::string joined;
+  for (DLDownloadLevel level : levels) {
+    if (!joined.empty()) joined += ">";
+    joined += std::to_string(level);
   }
-  return tracker;
+  return joined;
 }
 
 std::string RetryableStream::StreamEndInfo() {
@@ -651,7 +653,7 @@ std::string RetryableStream::StreamEndInfo() {
     if (nameAndCount.first == "read_downgrade_1_4") continue;
     info += "," + nameAndCount.first + ":" + std::to_string(nameAndCount.second);
   }
-  info += ",level_tracker:" + LevelTracker() + ",is_timeout:" + (timedOut_ ? "1" : "0");
+  info += ",level_tracker:" + JoinLevels(levelHistory_) + ",is_timeout:" + (timedOut_ ? "1" : "0");
   return info;
 }
 

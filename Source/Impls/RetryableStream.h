@@ -13,6 +13,11 @@
 // executor that was really opened (a filter's refusal does not replace it),
 // or the last refusal when no executor opened.
 //
+// GetInfo("level_tracker") lists the levels that served, in order ("1>4"
+// after a read downgrade from PCDN to HTTP); GetInfo("level_attempts") lists
+// every level whose executor was opened, served or not ("0>4" for a request
+// that missed the disk cache and was served over HTTP).
+//
 // Thread rules: one player thread calls Open, OpenAsync, IsOpenReady, Read,
 // Seek, GetFileSize, GetInfo and Close; an asynchronous open runs the open
 // walk on a thread of its own, and the player's calls wait for it. The
@@ -134,7 +139,7 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   // Statistics.
   void Commit(StatsStage stage, const std::string& event, DLDownloadLevel level, const DLResultCode& result);
   std::string StreamEndInfo();
-  std::string LevelTracker() const;
+  static std::string JoinLevels(const std::vector<DLDownloadLevel>& levels);
   std::string ReadParam(const std::string& key, const std::string& defaultValue);
   int32_t PlayerId();
 
@@ -182,6 +187,7 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   uint32_t downgradeCount_ = 0;
   std::map<std::string, uint32_t> readDowngrades_;
   std::vector<DLDownloadLevel> levelHistory_;
+  std::vector<DLDownloadLevel> levelAttempts_;
 };
 
 }  // namespace downloader

@@ -135,6 +135,7 @@ TEST_F(RetryableStreamTest, OpenWalksDownTheMaskToTheFirstLevelThatOpens) {
   EXPECT_EQ(pcdn_.closes(), 1);
   EXPECT_TRUE(dltest::SameBytes(ReadAll(*stream), content_));
   EXPECT_EQ(stream->GetInfo("level_tracker"), "4");
+  EXPECT_EQ(stream->GetInfo("level_attempts"), "1>4") << "refusing filters are not attempts";
 }
 
 TEST_F(RetryableStreamTest, FailedOpenEverywhereEndsAndAnswersTheLastExecutorFailure) {
@@ -182,6 +183,7 @@ TEST_F(RetryableStreamTest, AFailedReadMovesToTheNextLevelAtTheSameOffset) {
   EXPECT_EQ(last.code, 5);
   EXPECT_EQ(local_.openOffsets(), std::vector<int64_t>{10001});
   EXPECT_EQ(stream->GetInfo("level_tracker"), "1>2");
+  EXPECT_EQ(stream->GetInfo("level_attempts"), "1>2");
   EXPECT_EQ(Events().back(), "read_downgrade@2");
   EXPECT_NE(stream->GetInfo("stream_end_info").find("read_downgrade_1_2:1"), std::string::npos);
 }

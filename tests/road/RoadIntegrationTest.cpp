@@ -50,12 +50,14 @@ TEST_F(RoadTest, ASegmentReadOverHttpIsReplayedFromTheCacheWithoutTheOrigin) {
 
   auto first = OpenStream(url);
   EXPECT_EQ(first->GetInfo("level_tracker"), "4");
+  EXPECT_EQ(first->GetInfo("level_attempts"), "0>4") << "the cache was opened and missed";
   EXPECT_TRUE(SameBytes(ReadToEnd(*first), expected));
   Finish(first);
   ASSERT_TRUE(dltest::WaitFor([&] { return StoredSize(url) == kSegmentSize; }));
 
   auto second = OpenStream(url);
   EXPECT_EQ(second->GetInfo("level_tracker"), "0");
+  EXPECT_EQ(second->GetInfo("level_attempts"), "0");
   EXPECT_EQ(second->GetInfo("is_loaded_from_cache"), "1");
   DLReadResult last;
   EXPECT_TRUE(SameBytes(ReadToEnd(*second, &last, 10000), expected));

@@ -3,10 +3,10 @@
 //
 // The JSON members, stable across versions (new members may be added):
 //   url        the request's URL
-//   levels     the download levels tried, in order (0 cache, 1 PCDN, 2 local
-//              file, 4 HTTP)
+//   levels     the download levels tried, in order: each whose executor was
+//              opened, served or not (0 cache, 1 PCDN, 2 local file, 4 HTTP)
 //   level      the level that served the request last
-//   executor   that level's executor name ("CACHE", "SEGMENT", "WISP", ...)
+//   executor   that level's executor name ("CACHE1", "WISP", "LOCAL_FILE", ...)
 //   code       the request's outcome: 0 read to the end, 1 failed
 //   sub_code   the failure's sub-code (0 on success)
 //   sub_tag    the sub-code's four characters ("H404"), "" when none

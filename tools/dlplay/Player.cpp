@@ -211,9 +211,10 @@ Player::Fetch Player::ReadToEnd(OpenRequest& request, bool keepBody) {
       }
     }
   }
-  report.levels = ParseLevelTrail(stream.GetInfo("level_tracker"));
-  report.level = report.levels.empty() ? -1 : report.levels.back();
-  report.downgrades = report.levels.empty() ? 0 : static_cast<int>(report.levels.size()) - 1;
+  report.levels = ParseLevelTrail(stream.GetInfo("level_attempts"));
+  std::vector<int> served = ParseLevelTrail(stream.GetInfo("level_tracker"));
+  report.level = served.empty() ? -1 : served.back();
+  report.downgrades = served.empty() ? 0 : static_cast<int>(served.size()) - 1;
   report.executor = stream.GetInfo("executor");
   report.cacheHit = report.code == 0 && report.level == kDLLevelCache;
   if (digest) report.sha256 = digest->HexDigest();
