@@ -12,6 +12,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kReadPacketSize = 64 * 1024;
+constexpr std::chrono::milliseconds kStateReportInterval(500);
 constexpr int64_t kPendingWritesTimeoutMs = 10000;
 constexpr int32_t kPlayerId = 1;
 constexpr char kPlaylistHeader[] = "#EXTM3U";
@@ -171,9 +172,6 @@ Player::Fetch Player::ReadToEnd(OpenRequest& request, bool keepBody) {
   Fetch fetch;
   RequestReport& report = fetch.report;
   report.url = request.url;
-  downloader::IStream& stream = *request.stream;
-  // A stream opened ahead may have waited: the pace runs from the first read.
-  Clock::time_point readingBegan = Clock::now();
   // Only the JSON report shows the digest; hashing every byte otherwise would
   // cost the reading thread about as much as the download itself, and even
   // setting a digest up costs a lookup in the crypto library per request.
@@ -182,47 +180,59 @@ Player::Fetch Player::ReadToEnd(OpenRequest& request, bool keepBody) {
     report.code = kDLFailure;
     report.subCode = request.opened.subCode;
   } else {
-    std::vector<uint8_t> packet(kReadPacketSize);
-    uint64_t offset = request.rangeStart > 0 ? static_cast<uint64_t>(request.rangeStart) : 0;
-    Clock::time_point lastState = readingBegan;
-    for (;;) {
-      DLReadResult result = stream.Read(packet.data(), packet.size());
-      if (result.code == kDLEndOfData) break;
-      if (result.code != kDLSuccess) {
-        report.code = kDLFailure;
-        report.subCode = result.subCode;
-        break;
-      }
-      if (result.bytes == 0) continue;
-      if (digest) digest->Update(packet.data(), result.bytes);
-      if (keepBody) fetch.body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
-      if (!keepBody && out_) out_.write(reinterpret_cast<const char*>(packet.data()), result.bytes);
-      if (!keepBody && sink_) sink_(request.url, offset, packet.data(), result.bytes);
-      offset += result.bytes;
-      report.bytes += result.bytes;
-      if (progress_.RedrawDue()) {
-        std::vector<int> trail = ParseLevelTrail(stream.GetInfo("level_tracker"));
-        progress_.Update(report.bytes, trail.empty() ? -1 : trail.back());
-      }
-      PaceReader(report.bytes, readingBegan);
-      if (Clock::now() - lastState > std::chrono::milliseconds(500)) {
-        ReportPlayerState();
-        lastState = Clock::now();
-      }
-    }
+    ReadBody(request, keepBody, digest.get(), &fetch);
   }
-  report.levels = ParseLevelTrail(stream.GetInfo("level_attempts"));
-  std::vector<int> served = ParseLevelTrail(stream.GetInfo("level_tracker"));
-  report.level = served.empty() ? -1 : served.back();
-  report.downgrades = served.empty() ? 0 : static_cast<int>(served.size()) - 1;
-  report.executor = stream.GetInfo("executor");
-  report.cacheHit = report.code == 0 && report.level == kDLLevelCache;
+  DescribeLevels(*request.stream, &report);
   if (digest) report.sha256 = digest->HexDigest();
-  stream.Close();
+  request.stream->Close();
   tunnel_->Release(request.stream);
   report.ms = MillisecondsSince(request.began);
   progress_.EndRequest(report.bytes, report.level, report.code, downloader::SubCodeTag(report.subCode));
   return fetch;
+}
+
+void Player::ReadBody(OpenRequest& request, bool keepBody, Sha256* digest, Fetch* fetch) {
+  RequestReport& report = fetch->report;
+  downloader::IStream& stream = *request.stream;
+  std::vector<uint8_t> packet(kReadPacketSize);
+  uint64_t offset = request.rangeStart > 0 ? static_cast<uint64_t>(request.rangeStart) : 0;
+  // A stream opened ahead may have waited: the pace runs from the first read.
+  Clock::time_point readingBegan = Clock::now();
+  Clock::time_point lastState = readingBegan;
+  for (;;) {
+    DLReadResult result = stream.Read(packet.data(), packet.size());
+    if (result.code == kDLEndOfData) return;
+    if (result.code != kDLSuccess) {
+      report.code = kDLFailure;
+      report.subCode = result.subCode;
+      return;
+    }
+    if (result.bytes == 0) continue;
+    if (digest) digest->Update(packet.data(), result.bytes);
+    if (keepBody) fetch->body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
+    if (!keepBody && out_) out_.write(reinterpret_cast<const char*>(packet.data()), result.bytes);
+    if (!keepBody && sink_) sink_(request.url, offset, packet.data(), result.bytes);
+    offset += result.bytes;
+    report.bytes += result.bytes;
+    if (progress_.RedrawDue()) {
+      std::vector<int> served = ParseLevelTrail(stream.GetInfo("level_tracker"));
+      progress_.Update(report.bytes, served.empty() ? -1 : served.back());
+    }
+    PaceReader(report.bytes, readingBegan);
+    if (Clock::now() - lastState > kStateReportInterval) {
+      ReportPlayerState();
+      lastState = Clock::now();
+    }
+  }
+}
+
+void Player::DescribeLevels(downloader::IStream& stream, RequestReport* report) {
+  report->levels = ParseLevelTrail(stream.GetInfo("level_attempts"));
+  std::vector<int> served = ParseLevelTrail(stream.GetInfo("level_tracker"));
+  report->level = served.empty() ? -1 : served.back();
+  report->downgrades = served.empty() ? 0 : static_cast<int>(served.size()) - 1;
+  report->executor = stream.GetInfo("executor");
+  report->cacheHit = report->code == 0 && report->level == kDLLevelCache;
 }
 
 bool Player::FinishCacheWrites() {

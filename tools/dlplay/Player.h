@@ -29,6 +29,8 @@
 
 namespace dlplay {
 
+class Sha256;
+
 class Player {
  public:
   // Receives every segment's bytes in order with its URL and offset.
@@ -68,6 +70,8 @@ class Player {
   OpenRequest Open(const std::string& url, int64_t rangeStart, int64_t rangeEnd);
   // Reads the request to its end and closes its stream.
   Fetch ReadToEnd(OpenRequest& request, bool keepBody);
+  void ReadBody(OpenRequest& request, bool keepBody, Sha256* digest, Fetch* fetch);
+  static void DescribeLevels(downloader::IStream& stream, RequestReport* report);
   Fetch FetchResource(const std::string& url, int64_t rangeStart, int64_t rangeEnd, bool keepBody);
   OpenRequest OpenSegment(const HlsSegment& segment);
   bool ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySummary* summary, std::string* error);
