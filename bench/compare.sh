@@ -13,11 +13,11 @@
 # the medians: above 1 means dlplay was faster. Results: bench/results/compare.md
 # and bench/results/compare.png.
 #
-#   bench/compare.sh [rounds]        (as root: installs what it lacks, builds the release preset)
+#   bench/compare.sh [rounds, default 9]   (as root: installs what it lacks, builds the release preset)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
-rounds=${1:-5}
+rounds=${1:-9}
 results=$root/bench/results
 big_size=1073741824
 segments=100
