@@ -1,15 +1,24 @@
-// Threads racing on the engine bindings and the preload registry.
+// Threads racing on the engine bindings, the PCDN executor's close and the
+// preload registry.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include <downloader/Base/Packet.h>
+#include <downloader/Base/URIBuilder.h>
 #include <downloader/Cache/FileDownloader.h>
+#include <downloader/Filter/PcdnDownloadExecutor.h>
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
 #include "Platform/ModuleLoader.h"
 #include "engines/EngineFixture.h"
+#include "support/TempDir.h"
 #include "support/WaitFor.h"
 
 namespace downloader {
@@ -41,6 +50,54 @@ TEST(EngineConcurrencyTest, WrappersBindWhileTheHostMapsTheEngine) {
   for (std::thread& caller : callers) caller.join();
   EXPECT_EQ(threadsBound.load(), kThreads);
   EXPECT_TRUE(PcdnInterfaceHelper::EnsureSymbolLoaded());
+}
+
+int64_t EngineCount(const char* key) {
+  char buffer[32] = {};
+  const char* answer = PcdnInterfaceHelper::dlPCDNGet(key, buffer, sizeof(buffer));
+  return answer == nullptr ? -1 : std::atoll(answer);
+}
+
+// The engine goes on calling back for downloads that the executors have
+// closed, as a real engine may while its close races a delivery: each late
+// callback must find no executor (alive or already destroyed) and be told to
+// stop. Under the sanitizers a callback reaching a freed executor fails here.
+TEST(EngineConcurrencyTest, CallbacksAfterACloseFindNoExecutor) {
+  constexpr int kCloses = 16;
+  constexpr int64_t kFileSize = 256 * 1024;
+  ASSERT_TRUE(dltest::MapModule(dltest::FakePcdnEnginePath())) << platform::LastModuleError();
+  ASSERT_TRUE(PcdnInterfaceHelper::EnsureSymbolLoaded());
+  dltest::TempDir root;
+  std::ofstream(root.path() + "/late.ts", std::ios::binary) << std::string(kFileSize, 'x');
+  PcdnInterfaceHelper::dlPCDNSetByKV("fake-reset", "");
+  PcdnInterfaceHelper::dlPCDNSetByKV("fake-root", root.path().c_str());
+  PcdnInterfaceHelper::dlPCDNSetByKV("fake-piece-size", "4096");
+  // Every download waits after its first 64 KiB; its close wakes it for
+  // callbacks that come too late.
+  PcdnInterfaceHelper::dlPCDNSetByKV("fake-stall-after", "65536");
+  PcdnInterfaceHelper::dlPCDNSetByKV("fake-late-callbacks", "8");
+  const int64_t lateBefore = EngineCount("fake-late-callbacks-made");
+
+  std::vector<std::shared_ptr<PcdnDownloadExecutor>> stillHeld;
+  for (int i = 0; i < kCloses; ++i) {
+    auto executor = std::make_shared<PcdnDownloadExecutor>(nullptr, nullptr);
+    ASSERT_TRUE(executor->Open(URIBuilder::New().SetUrl("http://127.0.0.1/late.ts").Build()).IsSuccess());
+    std::vector<uint8_t> firstBytes(4096);
+    EXPECT_TRUE(dltest::WaitFor([&] {
+      Packet packet(firstBytes.size());
+      packet.SetBuffer(firstBytes.data());
+      return executor->Read(packet).bytes > 0;
+    }));
+    // Closed while its delivery waits, so that the close races no callback
+    // and a late one is sure to come.
+    ASSERT_TRUE(dltest::WaitFor([] { return EngineCount("fake-stalled") == 1; }));
+    EXPECT_TRUE(executor->Close().IsSuccess());
+    if (i % 2 == 1) stillHeld.push_back(executor);
+    executor.reset();
+    ASSERT_TRUE(dltest::WaitFor([&] { return EngineCount("fake-late-callbacks-made") - lateBefore == i + 1; }));
+  }
+  PcdnInterfaceHelper::dlPCDNSetByKV("fake-reset", "");
+  EXPECT_EQ(EngineCount("fake-late-callbacks-made") - lateBefore, kCloses) << "each close was told to stop at once";
 }
 
 std::atomic<int64_t> g_nextDownloadId{1000000};

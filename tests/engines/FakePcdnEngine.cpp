@@ -28,6 +28,8 @@ constexpr int kTraceInfoLevel = 2;
 struct Delivery {
   std::thread thread;
   std::atomic<bool> stop{false};
+  // Data callbacks still owed after the download was closed.
+  std::atomic<int64_t> lateCallbacks{0};
 };
 
 struct ReadPlan {
@@ -76,22 +78,39 @@ class Engine {
 
   int Close(int64_t id) {
     std::shared_ptr<Delivery> delivery;
+    int64_t lateCallbacks = 0;
     {
       std::lock_guard<std::mutex> lock(mutex_);
       auto found = open_.find(id);
       if (found == open_.end()) return -1;
       delivery = std::move(found->second);
       open_.erase(found);
+      lateCallbacks = lateCallbacks_;
+      if (delivery && lateCallbacks > 0) lingering_.push_back(delivery);
     }
-    Finish(delivery);
+    if (delivery && lateCallbacks > 0) {
+      delivery->lateCallbacks = lateCallbacks;
+      Wake(delivery);
+    } else {
+      Finish(delivery);
+    }
     return 0;
   }
 
   int Set(const std::string& key, const std::string& value) {
-    std::lock_guard<std::mutex> lock(mutex_);
     if (key == "fake-reset") {
-      ResetLocked();
-    } else if (key == "fake-root") {
+      std::vector<std::shared_ptr<Delivery>> lingering;
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        ResetLocked();
+        lingering.swap(lingering_);
+      }
+      // Outside the lock: a late callback may call into the engine.
+      for (const std::shared_ptr<Delivery>& delivery : lingering) Finish(delivery);
+      return 0;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (key == "fake-root") {
       root_ = value;
     } else if (key == "fake-piece-size") {
       pieceSize_ = std::max<int64_t>(1, std::atoll(value.c_str()));
@@ -105,6 +124,8 @@ class Engine {
       stallAfter_ = std::atoll(value.c_str());
     } else if (key == "fake-read-result") {
       readResult_ = std::atoi(value.c_str());
+    } else if (key == "fake-late-callbacks") {
+      lateCallbacks_ = std::atoll(value.c_str());
     } else if (key.compare(0, kReplyPrefix.size(), kReplyPrefix) == 0) {
       replies_[key.substr(kReplyPrefix.size())] = value;
     }
@@ -136,6 +157,10 @@ class Engine {
       *answer = lastReadUrl_;
     } else if (key == "fake-last-meta") {
       *answer = lastMeta_;
+    } else if (key == "fake-late-callbacks-made") {
+      *answer = std::to_string(lateCallbacksMade_.load());
+    } else if (key == "fake-stalled") {
+      *answer = std::to_string(stalledNow_.load());
     } else if (key.compare(0, kCallsPrefix.size(), kCallsPrefix) == 0) {
       *answer = std::to_string(calls_[key.substr(kCallsPrefix.size())]);
     } else {
@@ -166,15 +191,26 @@ class Engine {
     return url.substr(pathStart, query == std::string::npos ? std::string::npos : query - pathStart);
   }
 
-  // Stops a delivery and waits for its thread.
-  static void Finish(const std::shared_ptr<Delivery>& delivery) {
-    if (!delivery) return;
+  // Stops a delivery and wakes it if it stalls.
+  static void Wake(const std::shared_ptr<Delivery>& delivery) {
     delivery->stop = true;
     {
       std::lock_guard<std::mutex> lock(Instance().stallMutex_);
     }
     Instance().stallWake_.notify_all();
+  }
+
+  // Stops a delivery and waits for its thread.
+  static void Finish(const std::shared_ptr<Delivery>& delivery) {
+    if (!delivery) return;
+    Wake(delivery);
     if (delivery->thread.joinable()) delivery->thread.join();
+  }
+
+  // False once a delivery is to end: when its download was closed and it
+  // owes no late callback.
+  static bool GoesOn(Delivery& delivery) {
+    return !delivery.stop || delivery.lateCallbacks.fetch_sub(1) > 0;
   }
 
   void Deliver(const ReadPlan& plan, Delivery& delivery) {
@@ -196,10 +232,13 @@ class Engine {
     std::vector<char> piece(static_cast<size_t>(plan.pieceSize));
     int64_t offset = plan.rangeStart;
     int64_t sent = 0;
-    while (offset <= last && !delivery.stop) {
-      if (plan.stallAfter >= 0 && sent >= plan.stallAfter) {
+    bool stalled = false;
+    while (offset <= last && GoesOn(delivery)) {
+      if (!stalled && plan.stallAfter >= 0 && sent >= plan.stallAfter) {
         Stall(delivery);
-        return;
+        // Closed: a download that owes late callbacks makes them now.
+        stalled = true;
+        continue;
       }
       if (plan.failAfter >= 0 && sent >= plan.failAfter) {
         plan.callback(plan.id, offset, downloader::kPcdnReadError, nullptr, 0, total, plan.failCode,
@@ -207,10 +246,11 @@ class Engine {
         return;
       }
       int64_t want = std::min(plan.pieceSize, last + 1 - offset);
-      if (plan.stallAfter >= 0) want = std::min(want, plan.stallAfter - sent);
+      if (!stalled && plan.stallAfter >= 0) want = std::min(want, plan.stallAfter - sent);
       if (plan.failAfter >= 0) want = std::min(want, plan.failAfter - sent);
       file.read(piece.data(), want);
       bytesDelivered_ += want;
+      if (delivery.stop) ++lateCallbacksMade_;
       if (plan.callback(plan.id, offset, downloader::kPcdnReadData, piece.data(), want, total, 0, "") != 0) return;
       offset += want;
       sent += want;
@@ -220,7 +260,9 @@ class Engine {
 
   void Stall(Delivery& delivery) {
     std::unique_lock<std::mutex> lock(stallMutex_);
+    ++stalledNow_;
     stallWake_.wait(lock, [&delivery] { return delivery.stop.load(); });
+    --stalledNow_;
   }
 
   void ResetLocked() {
@@ -231,6 +273,7 @@ class Engine {
     failCode_ = kDefaultFailCode;
     stallAfter_ = -1;
     readResult_ = 0;
+    lateCallbacks_ = 0;
     replies_.clear();
   }
 
@@ -252,12 +295,17 @@ class Engine {
   int failCode_ = kDefaultFailCode;
   int64_t stallAfter_ = -1;
   int readResult_ = 0;
+  int64_t lateCallbacks_ = 0;
+  // Closed downloads still making late callbacks; joined at "fake-reset".
+  std::vector<std::shared_ptr<Delivery>> lingering_;
   std::map<std::string, std::string> replies_;
   std::map<std::string, int> calls_;
   std::string lastReadUrl_;
   std::string lastMeta_;
 
   std::atomic<int64_t> bytesDelivered_{0};
+  std::atomic<int64_t> lateCallbacksMade_{0};
+  std::atomic<int64_t> stalledNow_{0};
 
   // Stalled deliveries wait here until their download is closed.
   std::mutex stallMutex_;

@@ -22,6 +22,10 @@
 //   "fake-stall-after"  reads deliver this many bytes, then nothing until the
 //                       download is closed; -1 clears;
 //   "fake-read-result"  the value PCDNRead returns for an open id;
+//   "fake-late-callbacks" N: PCDNClose returns at once and the closed
+//                       download goes on for up to N data callbacks (a
+//                       stalled one resumes), as an engine whose callbacks
+//                       race its close; "fake-reset" ends them;
 //   "fake-reply:K"      the answer of PCDNGet(K, ...) and PCDNGetByKV(K, ...);
 //   "fake-reply:K:A"    the answer of PCDNGetByKV(K, A, ...), before the above;
 //   "fake-reset"        forgets every script key.
@@ -30,6 +34,8 @@
 //   "fake-last-read-url"                the URL of the last PCDNRead;
 //   "fake-last-meta"                    "id,int,long,float,text,flag" of the
 //                                       last PCDNSetMeta;
+//   "fake-late-callbacks-made"          data callbacks made after a close;
+//   "fake-stalled"                      deliveries waiting in a stall now;
 //   "fake-calls:NAME"                   how often NAME was called.
 // Answers are copied into the caller's buffer (cut to size - 1 bytes and
 // NUL-terminated) and the buffer is returned; null for an unknown key.
