@@ -1,6 +1,6 @@
-// The download manager: registries, the latest-configuration snapshot, the
-// parameter table, the cache path and the completion listeners. The manager
-// is one per process, so each test uses ids of its own.
+// The download manager: the latest-configuration snapshot, the parameter
+// table and the completion listeners. The manager is one per process, so each
+// test uses ids of its own.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -15,18 +15,12 @@
 
 #include "Platform/ModuleLoader.h"
 #include "Stats/FlowReport.h"
-#include "Strategy/ExtraChannelStrategy.h"
 #include "engines/EngineFixture.h"
 #include "support/LogCapture.h"
 #include "support/MapConfig.h"
 
 namespace downloader {
 namespace {
-
-class NullReporter : public protocols::IReporter {
- public:
-  void Report(const std::string&, const std::string&, const std::string&) override {}
-};
 
 std::shared_ptr<URI> UriFor(const std::string& url, URI::Params params) {
   URIBuilder builder = URIBuilder::New();
@@ -58,26 +52,6 @@ TEST(DownloadManagerTest, LatestConfigurationIsASnapshotOfTheLastNonEmptyOne) {
   EXPECT_EQ(Manager().RemoveConfigById(3), 0);  // an empty entry is an entry
 }
 
-TEST(DownloadManagerTest, RegistriesStoreReplaceAndRemoveById) {
-  auto config = std::make_shared<dltest::MapConfig>();
-  auto replacement = std::make_shared<dltest::MapConfig>();
-  EXPECT_EQ(Manager().RemoveConfigById(40), -1);
-  Manager().AddNewConfig(config, 40);
-  Manager().AddNewConfig(replacement, 40);
-  EXPECT_EQ(Manager().GetConfigById(40), replacement);
-  EXPECT_EQ(Manager().RemoveConfigById(40), 0);
-  EXPECT_EQ(Manager().GetConfigById(40), nullptr);
-  EXPECT_EQ(Manager().RemoveConfigById(40), -1);
-
-  auto reporter = std::make_shared<NullReporter>();
-  EXPECT_EQ(Manager().GetReportById(41), nullptr);
-  Manager().AddNewReporter(reporter, 41);
-  EXPECT_EQ(Manager().GetReportById(41), reporter);
-  EXPECT_EQ(Manager().RemoveReporterById(41), 0);
-  EXPECT_EQ(Manager().RemoveReporterById(41), -1);
-  EXPECT_EQ(Manager().GetReportById(41), nullptr);
-}
-
 TEST(DownloadManagerTest, CdnBytesAreReportedOnlyWhileTheSwitchIsOnAndOnlyOnce) {
   auto off = std::make_shared<dltest::MapConfig>();
   Manager().AddNewConfig(off, 50);
@@ -89,11 +63,9 @@ TEST(DownloadManagerTest, CdnBytesAreReportedOnlyWhileTheSwitchIsOnAndOnlyOnce) 
   auto on = std::make_shared<dltest::MapConfig>();
   on->Set("enable_cdn_flow_report", "true");
   Manager().AddNewConfig(on, 50);
-  dltest::LogCapture log;
   int64_t total = FlowReport::CdnTotalBytes();
   Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
   EXPECT_EQ(result, total);
-  EXPECT_TRUE(log.Contains("reportCdnTotalBytes:" + std::to_string(total)));
   Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
   EXPECT_EQ(result, 0);
   FlowReport::AddCdnBytes(20);
@@ -107,23 +79,19 @@ TEST(DownloadManagerTest, PcdnBytesComeFromTheEnginesTotal) {
   auto setTotal = [](const char* answer) {
     PcdnInterfaceHelper::dlPCDNSetByKV("fake-reply:total-download-details-bytes-vod", answer);
   };
-  dltest::LogCapture log;
   int64_t result = -1;
   setTotal("{\"total\":1000}");
   Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
   EXPECT_EQ(result, 1000);
-  EXPECT_TRUE(log.Contains("getparam:total-download-details-bytes-vod, result:{\"total\":1000}"));
   Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
   EXPECT_EQ(result, 0);
   setTotal("1500");
   Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
   EXPECT_EQ(result, 500);
-  EXPECT_TRUE(log.Contains("reportPcdnTotalBytes:500, currentPcdnTotalBytes:1000, receivedPcdnTotalBytes:1500"));
   setTotal("not json");
   result = -1;
   Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
   EXPECT_EQ(result, 0);
-  EXPECT_TRUE(log.Contains("Json parse error on:not json"));
   setTotal("{\"total\":1200}");  // the engine restarted its count
   Manager().GetParam(0, DownloadManager::kParamPcdnBytes, &result);
   EXPECT_EQ(result, 0);
@@ -132,44 +100,17 @@ TEST(DownloadManagerTest, PcdnBytesComeFromTheEnginesTotal) {
   EXPECT_EQ(result, 100);
 }
 
-TEST(DownloadManagerTest, ExtraChannelKeysAndUnknownKeys) {
-  Manager().SetParam(0, DownloadManager::kParamExtraChannelSetting, "wifi+cellular");
-  EXPECT_EQ(ExtraChannelStrategy::GetInstance().UserSetting(), "wifi+cellular");
-  dltest::LogCapture log;
-  std::string info = "untouched";
-  Manager().GetParam(0, DownloadManager::kParamExtraChannelInfo, &info);
-  EXPECT_EQ(info, "");
-  EXPECT_TRUE(log.Contains("Enter downloader, Get ExtraChannel INFO"));
-  int64_t result = 5;
-  Manager().GetParam(0, 1234, &result);
-  Manager().SetParam(0, 1234, "x");
-  EXPECT_EQ(result, 5);
-  EXPECT_EQ(ExtraChannelStrategy::GetInstance().UserSetting(), "wifi+cellular");
-}
-
-TEST(DownloadManagerTest, CachePathIsStoredAndLogged) {
-  dltest::LogCapture log;
-  Manager().SetLocalCachePath("/data/cache");
-  EXPECT_EQ(Manager().GetLocalCachePath(), "/data/cache");
-  EXPECT_TRUE(log.Contains("dlsetlocalpath:/data/cache"));
-  EXPECT_TRUE(log.Contains("dlgetlocalpath:/data/cache"));
-  Manager().SetLocalCachePath(nullptr);
-  EXPECT_EQ(Manager().GetLocalCachePath(), "");
-}
-
 TEST(DownloadManagerTest, CompletionGoesToTheListenerOfThePlayer) {
   std::vector<std::string> heardBy7;
   std::vector<std::string> heardByNoPlayer;
   Manager().RegisterDownloadCompleteListener(7, [&](std::shared_ptr<URI>) { heardBy7.push_back("old"); });
   Manager().RegisterDownloadCompleteListener(
       7, [&](std::shared_ptr<URI> uri) { heardBy7.push_back(uri->GetStringRep()); });
-  dltest::LogCapture log;
   Manager().OnDownloadComplete(UriFor("http://h/a.ts", {{"player_id", "7"}, {"preload_buffer", "true"}}));
   Manager().OnDownloadComplete(UriFor("http://h/b.ts", {{"player_id", "8"}}));
   Manager().OnDownloadComplete(UriFor("http://h/c.ts", {}));
   Manager().OnDownloadComplete(nullptr);
   EXPECT_EQ(heardBy7, std::vector<std::string>{"http://h/a.ts"});
-  EXPECT_TRUE(log.Contains("ondownloadcomplete,player:7,file:http://h/a.ts,preload:1"));
 
   Manager().RegisterDownloadCompleteListener(-1, [&](std::shared_ptr<URI> uri) {
     heardByNoPlayer.push_back(uri->GetStringRep());
@@ -181,7 +122,6 @@ TEST(DownloadManagerTest, CompletionGoesToTheListenerOfThePlayer) {
   Manager().UnregisterDownloadCompleteListener(-1);
   Manager().OnDownloadComplete(UriFor("http://h/a.ts", {{"player_id", "7"}}));
   EXPECT_EQ(heardBy7.size(), 1u);
-  EXPECT_TRUE(log.Contains("unregistercompletelistener,player:7"));
 }
 
 TEST(DownloadManagerTest, ListenerMayCallBackIntoTheManager) {
@@ -204,15 +144,6 @@ TEST(DownloadManagerTest, ResourceStateQueries) {
   PcdnInterfaceHelper::dlPCDNSetByKV("fake-reply:itf-download-id:http://h/a.mp4", "42");
   EXPECT_EQ(Manager().GetPcdnDownloadId("http://h/a.mp4"), 42);
   EXPECT_EQ(Manager().GetPcdnDownloadId("http://h/other.mp4"), -1);
-
-  dltest::LogCapture log;
-  Manager().SetPcdnDownloadState(42, true);
-  Manager().SetPcdnDownloadState(42, false);
-  EXPECT_TRUE(log.Contains("dlPCDNSetByKV_itf-start-cur-load===="));
-  EXPECT_TRUE(log.Contains("dlPCDNSetByKV_itf-stop-cur-load===="));
-  Manager().CancelPreloadTask("http://h/a.mp4");
-  Manager().OnFinishPlay("player 3");
-  EXPECT_TRUE(log.Contains("OnFinishPlay:player 3"));
 }
 
 TEST(DownloadManagerTest, EngineTraceIsRoutedToTheLogWhenConfigured) {

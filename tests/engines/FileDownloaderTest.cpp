@@ -150,22 +150,6 @@ TEST_F(FileDownloaderTest, EventsWithoutHostCallbackAreDropped) {
   EXPECT_EQ(FileDownloader::CountDownTask(set.identity()), 0);
 }
 
-TEST_F(FileDownloaderTest, CountdownsStopAtZeroAndIgnoreUnknownSets) {
-  EXPECT_EQ(FileDownloader::CountDownTask(-77), -1);
-  EXPECT_EQ(FileDownloader::CountDownError(-77), -1);
-  EXPECT_EQ(FileDownloader::CountDownTaskClose(-77), -1);
-  FileDownloader::AddTaskCountDown(-78, 2);
-  EXPECT_EQ(FileDownloader::CountDownTask(-78), 1);
-  EXPECT_EQ(FileDownloader::CountDownTask(-78), 0);
-  EXPECT_EQ(FileDownloader::CountDownTask(-78), -1);
-  EXPECT_EQ(FileDownloader::CountDownError(-78), 0);
-  EXPECT_EQ(FileDownloader::CountDownError(-78), -1);
-  EXPECT_EQ(FileDownloader::CountDownTaskClose(-78), 1);
-  FileDownloader::AddTaskCountDown(-78, 1);  // a new start sets them again
-  EXPECT_EQ(FileDownloader::CountDownError(-78), 0);
-  EXPECT_EQ(FileDownloader::CountDownTask(-78), 0);
-}
-
 class FileDownloaderQueryTest : public FileDownloaderTest {
  protected:
   void SetUp() override {

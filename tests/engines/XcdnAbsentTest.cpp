@@ -46,20 +46,10 @@ TEST_F(XcdnAbsentTest, EachWrapperLogsOnceAndAnswersItsFailureValue) {
 }
 
 TEST_F(XcdnAbsentTest, InitAndTheCExportsFailWhenTheEngineCannotBeLoaded) {
-  dltest::LogCapture log;
   EXPECT_EQ(cCacheDownload_Init("{}"), 0xFFFFFFFFu);
-  EXPECT_TRUE(log.Contains("xcdn load library failed:"));
   EXPECT_EQ(cCacheDownload_StartDownload(1, 2, 3, 4), 0xFFFFFFFFu);
   EXPECT_EQ(cCacheDownload_StopDownload(0), -1);
   EXPECT_FALSE(dltest::IsModuleMapped(platform::kXcdnModuleName));
-}
-
-TEST_F(XcdnAbsentTest, CreateSourceTriesToStartTheEngineBeforeGivingUp) {
-  dltest::LogCapture log;
-  EXPECT_EQ(Xcdn::dlXCdnCreateSource("desc"), -1);
-  EXPECT_TRUE(log.Contains("xcdn init from local source ."));
-  EXPECT_TRUE(log.Contains("xcdn load library failed:"));
-  EXPECT_TRUE(log.Contains("xcdn no soload:XCdnCreateSource"));
 }
 
 std::vector<std::string> g_jsonEvents;
@@ -73,14 +63,10 @@ void RecordMap(const std::string& module, const std::string& point, const Pairs&
 }
 
 TEST_F(XcdnAbsentTest, RegistrationStoresTheHostCallbacksEvenWithoutEngine) {
-  dltest::LogCapture log;
   g_jsonEvents.clear();
   g_mapEvents.clear();
   Xcdn::dlXCdnSetBeamCallback(&RecordMap);
-  EXPECT_EQ(log.Matching("xcdn no soload:XCdnSetBeamCallback").size(), 1u);
   Xcdn::dlXCdnSetJsonBeamCallback(&RecordJson);
-  EXPECT_EQ(log.Matching("xcdn no soload:").size(), 1u);  // the JSON registration returns silently
-  EXPECT_FALSE(log.Contains("xcdn set beam"));
 
   XcdnBeamAdapter::XcdnJsonBeamCallback("m", "p", "x:2;y:3", "a:1;b:2;");
   ASSERT_EQ(g_jsonEvents.size(), 1u);
@@ -92,8 +78,6 @@ TEST_F(XcdnAbsentTest, RegistrationStoresTheHostCallbacksEvenWithoutEngine) {
   ASSERT_EQ(g_mapEvents.size(), 1u);
   EXPECT_TRUE(g_mapEvents[0].first.empty());
   EXPECT_EQ(g_mapEvents[0].second, (Pairs{{"x", "2"}}));
-  EXPECT_TRUE(log.Contains("handle xcdn beam measure x:2;"));
-  EXPECT_FALSE(log.Contains("handle xcdn beam dimen"));
 
   XcdnBeamAdapter::SetHostCallback(nullptr);
   XcdnBeamAdapter::SetHostJsonCallback(nullptr);

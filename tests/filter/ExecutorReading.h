@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -54,12 +55,7 @@ inline DLReadResult ReadBytes(downloader::IDownloadExecutor* executor, int64_t c
 // Reads until the end of the data or a failure; returns the last read's outcome.
 inline DLReadResult ReadToEnd(downloader::IDownloadExecutor* executor, uint64_t packetSize,
                               std::vector<uint8_t>* out) {
-  DLReadResult last;
-  const auto deadline = std::chrono::steady_clock::now() + kReadDeadline;
-  do {
-    last = ReadOnce(executor, packetSize, out);
-  } while (last.code == kDLSuccess && std::chrono::steady_clock::now() < deadline);
-  return last;
+  return ReadBytes(executor, std::numeric_limits<int64_t>::max(), packetSize, out);
 }
 
 inline void ExpectSynthetic(uint64_t seed, int64_t offset, const std::vector<uint8_t>& data) {

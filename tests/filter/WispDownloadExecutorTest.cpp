@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -48,7 +47,7 @@ class WispExecutorFactory : public ExecutorFactory {
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Wisp, ExecutorContractTest, WispExecutorFactory);
 
-// --- Failures: every row of the code table through a real response ----------
+// --- Failures, through real responses -----------------------------------------
 
 class WispDownloadExecutorTest : public WispOriginTest {
  protected:
@@ -65,37 +64,13 @@ class WispDownloadExecutorTest : public WispOriginTest {
   }
 };
 
-TEST_F(WispDownloadExecutorTest, StatusRowsThroughRealResponses) {
+TEST_F(WispDownloadExecutorTest, FailureRowsThroughRealResponses) {
   const std::vector<std::pair<std::string, std::string>> rows = {
-      {"status=404", "H404"},
-      {"status=416", "H416"},
-      {"status=501", "H400"},
-      {"status=502", "H502"},
-      {"status=500", "H5XX"},
-      {"status=418", "H5XX"},
-      {"status=403&xerr=403605", "C605"},
-      {"status=403&xerr=403601", "C601"},
-      {"status=403&xerr=403612", "C612"},
-      {"status=403&xerr=403000", "H403"},
-      {"status=403&xerr=403700", "H403"},
-      {"status=403", "H403"},
+      {"status=404", "H404"}, {"status=416", "H416"}, {"status=501", "H400"},
+      {"status=502", "H502"}, {"status=418", "H5XX"}, {"status=403&xerr=403605", "C605"},
+      {"status=403&xerr=403700", "H403"}, {"status=403", "H403"},
   };
   for (const auto& row : rows) ExpectOpenFailure(SyntheticUrl("fail", 1000, row.first), {}, row.second);
-}
-
-TEST_F(WispDownloadExecutorTest, ForbiddenDetail403605GivesC605) {
-  LogCapture log;
-  DLResultCode opened;
-  auto executor = OpenExecutor(SyntheticUrl("forbidden", 1000, "status=403&xerr=403605"), {}, &opened);
-  EXPECT_EQ(opened.code, kDLFailure);
-  EXPECT_EQ(opened.subCode, downloader::FourCharSubCode('C', '6', '0', '5'));
-  EXPECT_TRUE(log.Contains("] WISPDownloadExecutor open error, errorCode:" + std::to_string(opened.subCode)));
-  EXPECT_TRUE(log.Contains("[KeyFlow]["));
-  EXPECT_EQ(executor->GetInfo("is_timeout"), "0");
-  executor->Close();
-}
-
-TEST_F(WispDownloadExecutorTest, KindRowsThroughRealFailures) {
   ExpectOpenFailure(SyntheticUrl("ignored-range", 5000, "ignore_range=1"), {{"range_start", "100"}}, "HORD");
   // Nothing listens on port 1 of the loopback.
   ExpectOpenFailure("http://127.0.0.1:1/syn/x", {}, "H4XX");
@@ -130,44 +105,11 @@ TEST_F(WispDownloadExecutorTest, ConnectionLostMidBodyEndsTheReadsAfterTheBytesT
 
 // --- Reading -----------------------------------------------------------------
 
-TEST_F(WispDownloadExecutorTest, DownloadLargerThanOneRingIsByteExact) {
-  const int64_t size = (5 << 20) + 3;
-  for (uint64_t packetSize : {4096u, 1u << 20}) {
-    DLResultCode opened;
-    auto executor = OpenExecutor(SyntheticUrl("large", size), {}, &opened);
-    ASSERT_EQ(opened.code, kDLSuccess);
-    EXPECT_EQ(executor->GetFileSize(), size);
-    std::vector<uint8_t> data;
-    EXPECT_EQ(ReadToEnd(executor.get(), packetSize, &data).code, kDLEndOfData);
-    ASSERT_EQ(static_cast<int64_t>(data.size()), size);
-    ExpectSynthetic(SeedOf("large"), 0, data);
-    EXPECT_EQ(executor->GetInfo("downloaded_size"), std::to_string(size));
-    executor->Close();
-  }
-}
-
-TEST_F(WispDownloadExecutorTest, SeekIntoTheMiddleThenReadToTheEnd) {
-  const int64_t size = 3 << 20;
-  DLResultCode opened;
-  auto executor = OpenExecutor(SyntheticUrl("seek", size), {}, &opened);
-  ASSERT_EQ(opened.code, kDLSuccess);
-  std::vector<uint8_t> head;
-  ASSERT_EQ(ReadBytes(executor.get(), 1000, 1000, &head).code, kDLSuccess);
-  const int64_t middle = size / 2 + 17;
-  ASSERT_EQ(executor->Seek(middle).code, kDLSuccess);
-  EXPECT_EQ(executor->GetFileSize(), size) << "the whole resource's size, not the range's";
-  std::vector<uint8_t> rest;
-  EXPECT_EQ(ReadToEnd(executor.get(), 65536, &rest).code, kDLEndOfData);
-  ASSERT_EQ(static_cast<int64_t>(rest.size()), size - middle);
-  ExpectSynthetic(SeedOf("seek"), middle, rest);
-  EXPECT_EQ(executor->Seek(size).code, kDLFailure) << "past the last byte";
-  executor->Close();
-}
-
 TEST_F(WispDownloadExecutorTest, RequestedRangeEndsTheData) {
   DLResultCode opened;
   auto executor = OpenExecutor(SyntheticUrl("range", 10000), {{"range_start", "100"}, {"range_end", "199"}}, &opened);
   ASSERT_EQ(opened.code, kDLSuccess);
+  EXPECT_EQ(executor->GetFileSize(), 10000) << "the whole resource's size, not the range's";
   std::vector<uint8_t> data;
   EXPECT_EQ(ReadToEnd(executor.get(), 4096, &data).code, kDLEndOfData);
   ASSERT_EQ(data.size(), 100u);
@@ -207,19 +149,11 @@ TEST_F(WispDownloadExecutorTest, FastReadAnswersAtOnceWithNothingQueued) {
   executor->Close();
 }
 
-TEST_F(WispDownloadExecutorTest, AsyncOpenThenWaitGivesTheOpenResult) {
-  auto executor = NewExecutor(SyntheticUrl("async", 5000));
-  EXPECT_EQ(executor->OpenAsync(uri_).code, kDLSuccess);
-  EXPECT_EQ(executor->WaitOpenResult().code, kDLSuccess);
-  EXPECT_TRUE(executor->IsReady());
-  std::vector<uint8_t> data;
-  EXPECT_EQ(ReadToEnd(executor.get(), 4096, &data).code, kDLEndOfData);
-  ExpectSynthetic(SeedOf("async"), 0, data);
-  executor->Close();
-
+TEST_F(WispDownloadExecutorTest, AsyncOpenThenWaitGivesTheOpenFailure) {
   auto failing = NewExecutor(SyntheticUrl("async", 5000, "status=404"));
   EXPECT_EQ(failing->OpenAsync(uri_).code, kDLSuccess);
   EXPECT_EQ(SubCodeTag(failing->WaitOpenResult().subCode), "H404");
+  EXPECT_FALSE(failing->IsReady());
   failing->Close();
 }
 
@@ -241,12 +175,7 @@ TEST_F(WispDownloadExecutorTest, InfoKeysAfterAFullDownload) {
   EXPECT_EQ(executor->GetInfo("downloaded_size"), std::to_string(size));
   EXPECT_EQ(executor->GetInfo("download_size"), std::to_string(size));
   EXPECT_EQ(executor->GetInfo("effective_url"), SyntheticUrl("info", size) + "&dl_player_id=7");
-  // WinHTTP does not name the server of a reused connection.
-  EXPECT_THAT(executor->GetInfo("cdn_ip"), ::testing::AnyOf("127.0.0.1", ""));
   EXPECT_GT(std::stoll(executor->GetInfo("download_speed")), 0);
-  EXPECT_GE(std::stoll(executor->GetInfo("download_time")), 0);
-  EXPECT_EQ(executor->GetInfo("channel_type"), "2");
-  EXPECT_EQ(executor->GetInfo("is_timeout"), "0");
   EXPECT_EQ(std::stoull(executor->GetInfo("memory_usage")), 1u << 20) << "one ring stays until Close";
   EXPECT_EQ(executor->GetInfo("player_event"),
             "@BizType>wisp^job_type>1^open_buffer>3000^channelType>2^extChannelVol>0^cur_buffer>2500^bitRate>1500");
@@ -257,17 +186,6 @@ TEST_F(WispDownloadExecutorTest, InfoKeysAfterAFullDownload) {
   EXPECT_GT(downloader::WispTotals::LastDownloadSpeed(), 0) << "Close keeps the speed for the next request";
   EXPECT_EQ(executor->GetInfo("memory_usage"), "0");
   EXPECT_EQ(executor->GetInfo("download_size"), std::to_string(size)) << "the record outlives Close";
-}
-
-TEST_F(WispDownloadExecutorTest, PlaylistUrlsKeepTheirTextAndPlayerEventNeedsFill) {
-  config_->Set("http_downloader_kit", "enable_fill", "false");
-  const std::string url = origin_ + "/syn/playlist/m3u8/a?size=100";
-  DLResultCode opened;
-  auto executor = OpenExecutor(url, {{"player_id", "7"}}, &opened);
-  ASSERT_EQ(opened.code, kDLSuccess);
-  EXPECT_EQ(executor->GetInfo("effective_url"), url);
-  EXPECT_EQ(executor->GetInfo("player_event"), "");
-  executor->Close();
 }
 
 // Counts the records of a "wispLastReports" text.
@@ -300,10 +218,7 @@ TEST_F(WispDownloadExecutorTest, CloseReportsTheLastThreeRequestsOfThePlayer) {
   EXPECT_EQ(last.find("report-1?"), std::string::npos) << "the oldest is dropped";
   EXPECT_LT(last.find("report-2?"), last.find("report-3?"));
   EXPECT_LT(last.find("report-3?"), last.find("report-4?"));
-  for (const char* key : {"\"cdnIp\":", "\"httpCode\":\"200\"", "\"downloadSize\":\"1000\"", "\"speed\":",
-                          "\"firstBTime\":", "\"dnsType\":", "\"connectTime\":", "\"hostIpList\":", "\"header\":"}) {
-    EXPECT_NE(last.find(key), std::string::npos) << key << " in " << last;
-  }
+  EXPECT_NE(last.find("\"downloadSize\":\"1000\""), std::string::npos) << last;
   EXPECT_EQ(last.rfind("\"pcdnNotRespond\":\"1\""), last.find("\"pcdnNotRespond\":\"1\"")) << "only the exact hint";
   EXPECT_NE(last.find("\"pcdnNotRespond\":\"1\""), std::string::npos);
   EXPECT_EQ(reporter_->Named("lastSpeedInfo").size(), 4u);

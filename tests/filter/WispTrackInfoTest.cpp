@@ -30,11 +30,8 @@ TEST(WispTrackInfoTest, TextThatIsNotAFlatObjectFailsWithAReasonAndAnEmptyRecord
     const char* reason;
   } cases[] = {
       {"video", "not JSON"},
-      {"{\"id\":1", "not JSON"},
       {"{\"id\":\"\xff\"}", "not JSON"},  // not UTF-8
       {"42", "not an object"},
-      {"[{\"id\":1}]", "not an object"},
-      {R"({"id":1,"tags":["a"]})", "member \"tags\" is not a string, number or boolean"},
       {R"({"id":null})", "member \"id\" is not a string, number or boolean"},
   };
   for (const auto& c : cases) {

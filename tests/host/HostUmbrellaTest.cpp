@@ -28,11 +28,6 @@ class HostConfig : public protocols::IConfigure {
   std::map<std::string, std::string> GetGroup(const std::string&) override { return {{"k", "v"}}; }
 };
 
-class HostReporter : public protocols::IReporter {
- public:
-  void Report(const std::string&, const std::string&, const std::string&) override {}
-};
-
 std::atomic<int> g_lines{0};  // the callback runs on library threads too
 void OnLine(int, const char*) { ++g_lines; }
 
@@ -42,19 +37,11 @@ int main() {
   dl_set_quill_callback(&OnLine);
   dl_set_log_level(DL_LOG_TRACE);
 
-  DLReadResult result;
-  result.Set(kDLEndOfData, 3, -1);
-  Check(result.code == 5 && result.bytes == 3 && result.subCode == -1, "DLReadResult::Set");
-
   downloader::BufferQueue queue;
   queue.AppendData(downloader::BufferChunk::AllocBufferChunk("abc", 3));
   char out[4] = {};
   Check(queue.ReadData(out, 4).bytes == 3 && std::strcmp(out, "abc") == 0, "BufferQueue");
   Check(g_lines > 0, "log lines reach the host");
-
-  downloader::Packet packet(8);
-  packet.Alloc();
-  packet.Clear();
 
   downloader::URIBuilder builder = downloader::URIBuilder::New();
   builder.params["player_id"] = "2";
@@ -67,8 +54,6 @@ int main() {
   pseudo->Snapshot(config);
   Check(pseudo->GetValue("downloader_config", "k", "") == "v", "PseudoConfig snapshot");
   Check(pseudo->refreshConfig("96"), "refreshConfig");
-  HostReporter reporter;
-  reporter.Report("downloader", "host", "ok");
 
   auto calculator = downloader::DrainCalculatorFactory::Create(config, nullptr);
   calculator->OnRead(1, 0, 0);

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <vector>
 
 #include "Impls/DownloadLevels.h"
 #include "support/MapConfig.h"
@@ -9,30 +8,11 @@
 namespace downloader {
 namespace {
 
-std::vector<int> Walk(DLDownloadLevel from, uint32_t mask, int steps) {
-  std::vector<int> levels;
-  bool hit = false;
-  for (int i = 0; i < steps; ++i) {
-    from = DownloadLevels::Next(from, mask, false, &hit);
-    levels.push_back(from);
-  }
-  EXPECT_FALSE(hit);
-  return levels;
-}
-
-TEST(DownloadLevelsTest, DefaultMaskAndTheWalkFromTheCacheWithItsWrap) {
-  EXPECT_EQ(DownloadLevels::RequiredMask(nullptr, {}, "http://cdn.example/a.ts"), 7u);
-  auto config = std::make_shared<dltest::MapConfig>();
-  EXPECT_EQ(DownloadLevels::RequiredMask(config, {}, "http://cdn.example/a.ts"), 7u);
-  EXPECT_EQ(Walk(kDLLevelCache, 7, 5), (std::vector<int>{1, 2, 4, 1, 2}));
-  // Levels missing from the mask are stepped over.
-  EXPECT_EQ(Walk(kDLLevelPcdn, 5, 2), (std::vector<int>{4, 1}));
-}
-
 TEST(DownloadLevelsTest, SettingRequestAndCacheTypeShapeTheMask) {
+  const char* url = "http://cdn.example/a.ts";
+  EXPECT_EQ(DownloadLevels::RequiredMask(nullptr, {}, url), 7u);
   auto config = std::make_shared<dltest::MapConfig>();
   config->Set("download_level", "4");
-  const char* url = "http://cdn.example/a.ts";
   EXPECT_EQ(DownloadLevels::RequiredMask(config, {}, url), 6u);
   EXPECT_EQ(DownloadLevels::RequiredMask(config, {{"cache_type", "0"}}, url), 6u);
   EXPECT_EQ(DownloadLevels::RequiredMask(config, {{"cache_type", "2"}}, url), 7u);
@@ -43,6 +23,8 @@ TEST(DownloadLevelsTest, SettingRequestAndCacheTypeShapeTheMask) {
 
 TEST(DownloadLevelsTest, PastTheTopWrapsUnlessDowngradesAreForbidden) {
   bool hit = false;
+  // Levels missing from the mask are stepped over.
+  EXPECT_EQ(DownloadLevels::Next(kDLLevelPcdn, 5, false, &hit), kDLLevelHttp);
   EXPECT_EQ(DownloadLevels::Next(kDLLevelHttp, 6, false, &hit), kDLLevelLocalFile);
   EXPECT_FALSE(hit);
   EXPECT_EQ(DownloadLevels::Next(kDLLevelHttp, 6, true, &hit), kDLLevelHttp);
@@ -64,14 +46,6 @@ TEST(DownloadLevelsTest, PcdnOnlySwitchSparesLiveLocalAndAdvertisementRequests) 
   EXPECT_EQ(DownloadLevels::RequiredMask(config, {}, "http://cdn.example/ad/x.ts?ccode=0902"), 7u);
   // "ccode=0902" before "/ad/" is not an advertisement.
   EXPECT_EQ(DownloadLevels::RequiredMask(config, {}, "http://cdn.example/x?ccode=0902/ad/a.ts"), 1u);
-}
-
-TEST(DownloadLevelsTest, ALevelIsServedByFiltersHoldingAllItsBits) {
-  EXPECT_TRUE(DownloadLevels::FilterServes(kDLLevelCache, kDLLevelCache));
-  EXPECT_TRUE(DownloadLevels::FilterServes(kDLLevelHttp, kDLLevelCache));
-  EXPECT_TRUE(DownloadLevels::FilterServes(kDLLevelHttp, kDLLevelHttp));
-  EXPECT_FALSE(DownloadLevels::FilterServes(kDLLevelCache, kDLLevelPcdn));
-  EXPECT_FALSE(DownloadLevels::FilterServes(kDLLevelPcdn, kDLLevelLocalFile));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <downloader/Pipe/DownloadPipeline.h>
@@ -25,21 +24,6 @@ class WiredFilter : public dltest::FakeFilter {
   WiredFilter() : FakeFilter(dltest::FakeScript()) {}
   const ConfigPtr& config() const { return config_; }
   const std::shared_ptr<protocols::IReporter>& reporter() const { return reporter_; }
-};
-
-class CheckingPipeline : public DownloadPipeline {
- public:
-  explicit CheckingPipeline(std::vector<WiredFilter*> filters) : filters_(std::move(filters)) {}
-  bool everyFilterHadConfigFirst = false;
-  int updates = 0;
-
- private:
-  void UpdateGlobalConfig(ConfigPtr config) override {
-    ++updates;
-    everyFilterHadConfigFirst = true;
-    for (WiredFilter* filter : filters_) everyFilterHadConfigFirst &= filter->config() == config;
-  }
-  std::vector<WiredFilter*> filters_;
 };
 
 std::vector<DLDownloadLevel> VisitedLevels(DownloadPipeline& pipeline) {
@@ -70,6 +54,12 @@ TEST(DownloadPipelineTest, FirstFilterOfALevelStaysAndLaterOnesStillGetTheWiring
     return false;
   });
   EXPECT_EQ(visited, std::vector<IDownloadFilter*>{&first});
+  // A copy shares the filters: its streams reach the same objects.
+  DownloadPipeline copy(pipeline);
+  std::shared_ptr<IStream> stream = copy.AcquireStream();
+  ASSERT_TRUE(stream->Open(URI::From("http://cdn.example/a.ts", {})).IsSuccess());
+  EXPECT_EQ(first.asked(), 1);
+  copy.ReleaseStream(stream);
 }
 
 TEST(DownloadPipelineTest, VisitsInAscendingLevelOrderAndStopsWhenTheVisitorSaysSo) {
@@ -101,46 +91,6 @@ TEST(DownloadPipelineTest, KestrelPipelineHoldsCachePcdnLocalFileAndHttpInThatOr
     EXPECT_EQ(filter->ShouldRespond(URI::From("http://cdn.example/a.ts", {}), nullptr).code, 1);
     return true;
   });
-}
-
-TEST(DownloadPipelineTest, ConfigurationReachesEveryFilterBeforeTheGlobalHook) {
-  WiredFilter cache, http;
-  CheckingPipeline pipeline({&cache, &http});
-  pipeline.AddFilter(kDLLevelCache, &cache);
-  pipeline.AddFilter(kDLLevelHttp, &http);
-  pipeline.SetConfigure(std::make_shared<dltest::MapConfig>());
-  EXPECT_EQ(pipeline.updates, 1);
-  EXPECT_TRUE(pipeline.everyFilterHadConfigFirst);
-}
-
-TEST(DownloadPipelineTest, StatsGoToTheCallbackOnlyOnceOneIsSet) {
-  DownloadPipeline pipeline;
-  pipeline.CommitStats(kStatsStageOpen, "init_level,level:0");
-  std::vector<std::pair<StatsStage, std::string>> events;
-  pipeline.SetStatsCallback([&](StatsStage stage, const std::string& text) { events.emplace_back(stage, text); });
-  pipeline.CommitStats(kStatsStageRead, "read_downgrade,level:4");
-  ASSERT_EQ(events.size(), 1u);
-  EXPECT_EQ(events[0].first, kStatsStageRead);
-  EXPECT_EQ(events[0].second, "read_downgrade,level:4");
-}
-
-TEST(DownloadPipelineTest, AcquiredStreamsAreWiredToThePipelineAndItsCopies) {
-  DownloadPipeline pipeline;
-  dltest::FakeScript script;
-  script.content = "abc";
-  dltest::FakeFilter filter(script);
-  pipeline.AddFilter(kDLLevelCache, &filter);
-  DownloadPipeline copy(pipeline);
-  std::vector<std::string> events;
-  copy.SetStatsCallback([&](StatsStage, const std::string& text) { events.push_back(text); });
-
-  std::shared_ptr<IStream> stream = copy.AcquireStream();
-  ASSERT_TRUE(stream->Open(URI::From("http://cdn.example/a.ts", {})).IsSuccess());
-  ASSERT_FALSE(events.empty());
-  EXPECT_EQ(events[0].rfind("init_level,level:0", 0), 0u) << events[0];
-  // The copy shares the filter: its stream reached the same object.
-  EXPECT_EQ(filter.asked(), 1);
-  copy.ReleaseStream(stream);
 }
 
 }  // namespace

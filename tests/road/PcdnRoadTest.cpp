@@ -119,11 +119,6 @@ TEST_F(PcdnExecutorTest, DispatcherServesOnlyRequestsThatMayUseTheEngine) {
   config->Set("downloader_info", "canUseP2P", "false");
   EXPECT_EQ(answer("http://cdn.test/a.ts"), IPcdnDownloadFilter::kP2pNotAllowedSubCode);
   EXPECT_EQ(filter.ShouldRespond(nullptr, nullptr).code, kDLFailure);
-
-  auto executor = filter.AcquireExecutor(URI::From("http://cdn.test/a.ts", {}));
-  ASSERT_NE(executor, nullptr);
-  EXPECT_EQ(executor->GetName(), "PCDN");
-  EXPECT_EQ(executor->GetExecutorType(), 1);
 }
 
 TEST_F(PcdnExecutorTest, EngineFailuresBecomeFourCharacterCodes) {
@@ -247,21 +242,6 @@ TEST_F(PcdnRoadTest, AnEngineFailureMidwayContinuesOverHttpAtTheSameOffset) {
   EXPECT_EQ(RequestsFor(tag), 1);
   const std::vector<std::string> events = Events();
   EXPECT_NE(std::find(events.begin(), events.end(), "read_downgrade@4"), events.end());
-}
-
-TEST_F(PcdnRoadTest, ForceCdnRequestsSkipTheEngine) {
-  const std::string name = UniqueName("forced") + ".ts";
-  const std::string tag = UniqueName("tag");
-  const std::string url = Segment(name, tag);
-  const int64_t opens = EngineCalls("PCDNOpen");
-  auto stream = tunnel_->Acquire();
-  ASSERT_TRUE(stream->Open(URI::From(url, {{"force_cdn", "true"}})).IsSuccess());
-  EXPECT_EQ(stream->GetInfo("level_tracker"), "4");
-  EXPECT_TRUE(dltest::SameBytes(ReadToEnd(*stream), SyntheticBytes(name, kSegmentSize)));
-  stream->Close();
-  tunnel_->Release(stream);
-  EXPECT_EQ(EngineCalls("PCDNOpen"), opens);
-  EXPECT_EQ(RequestsFor(tag), 1);
 }
 
 }  // namespace

@@ -148,20 +148,6 @@ TEST_F(RoadTest, PcdnOnlyRequestsNeverReachHttpButLiveOnesDo) {
   EXPECT_EQ(RequestsFor(tag), 1);
 }
 
-TEST_F(RoadTest, PlaylistsAreNeverWrittenToOrServedFromTheCache) {
-  const std::string name = UniqueName("list") + ".m3u8";
-  const std::string tag = UniqueName("tag");
-  const std::string url = SyntheticUrl(name, 20000, "tag=" + tag);
-  for (int round = 0; round < 2; ++round) {
-    auto stream = OpenStream(url);
-    EXPECT_EQ(stream->GetInfo("level_tracker"), "4");
-    EXPECT_TRUE(SameBytes(ReadToEnd(*stream), SyntheticBytes(name, 20000)));
-    Finish(stream);
-  }
-  EXPECT_EQ(RequestsFor(tag), 2);
-  EXPECT_EQ(StoredSize(url), 0);
-}
-
 TEST_F(RoadTest, TheBufferStateReachesTheVideoStreamAndDecidesItsDrain) {
   config_->Set("flow_rate_sample_interval", "100");
   const std::string name = UniqueName("state") + ".ts";

@@ -1,6 +1,6 @@
 // The layer between the segment format and the file system: adapter sharing,
 // recreation of foreign files, the guarded transfers under write faults,
-// write-back accounting, the file layer and the directory layout.
+// write-back accounting and the disk writer.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -12,12 +12,9 @@
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/Persistence/DiskCache.h"
 #include "Storage/Persistence/DiskCacheEntry.h"
-#include "Storage/Persistence/DiskFileNameUtil.h"
 #include "Storage/Persistence/DiskWriter.h"
-#include "Storage/Persistence/File.h"
 #include "Storage/SegmentChunk.h"
 #include "StorageTestUtil.h"
-#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace downloader {
@@ -37,22 +34,17 @@ TEST_F(DiskCacheLayerTest, ProviderSharesOneAdapterPerPathWhileHeld) {
   DiskAdapterProvider provider;
   provider.init();
   std::string path = dir_.Join("shared");
-  dltest::LogCapture log;
   std::shared_ptr<DiskAdapter> writer = provider.acquire_adapter(path, 5000, 1);
   std::shared_ptr<DiskAdapter> reader1 = provider.acquire_adapter(path, 0, 2);
   std::shared_ptr<DiskAdapter> reader2 = provider.acquire_adapter(path, 0, 3);
   EXPECT_EQ(writer, reader1);
   EXPECT_EQ(writer, reader2);
   EXPECT_NE(provider.acquire_adapter(dir_.Join("other"), 5000, 4), writer);
-  EXPECT_EQ(log.Matching("acquire adapter,match:").size(), 2u);
 
   writer.reset();
   reader1.reset();
   reader2.reset();
-  log.Clear();
   std::shared_ptr<DiskAdapter> again = provider.acquire_adapter(path, 0, 5);
-  EXPECT_TRUE(log.Contains("acquire adapter,weak ptr:"));
-  EXPECT_TRUE(log.Contains("acquire adapter,valid:"));
   EXPECT_TRUE(again->isValid()) << "the new adapter reopens the file the first one made";
 }
 
@@ -234,47 +226,6 @@ TEST_F(DiskCacheLayerTest, DiskWriterCloseIsCounted) {
   EXPECT_FALSE(writer.isOpen());
   EXPECT_EQ(writer.readData(buffer, 1, 0), -1);
   EXPECT_EQ(writer.writeData("x", 1, 0), -1);
-}
-
-TEST_F(DiskCacheLayerTest, FilePathOperations) {
-  dltest::LogCapture log;
-  File directory(dir_.Join("cache/v1"));
-  EXPECT_FALSE(directory.exists());
-  EXPECT_TRUE(log.Contains("[diskcache][File]exists,Could not get file status:"));
-  ASSERT_TRUE(directory.mkdirs());
-  File file(dir_.Join("cache/v1/cache.a"));
-  ASSERT_TRUE(file.create());
-  EXPECT_EQ(file.write("abc", 3, 0), 3);
-  EXPECT_TRUE(file.flushOSBuffers());
-  platform::FileInfo info;
-  ASSERT_TRUE(file.fillStat(&info));
-  EXPECT_EQ(info.size, 3u);
-  std::vector<std::string> names;
-  ASSERT_TRUE(directory.scandir(&names));
-  EXPECT_EQ(names, std::vector<std::string>({"cache.a"}));
-  file.close();
-  ASSERT_TRUE(file.renameTo(dir_.Join("cache/v1/cache.b")));
-  EXPECT_FALSE(file.exists()) << "a File keeps naming the old path";
-  EXPECT_TRUE(File(dir_.Join("cache/v1/cache.b")).remove());
-  EXPECT_TRUE(directory.remove());
-  EXPECT_FALSE(File("").fillStat(&info));
-  EXPECT_TRUE(log.Contains("dldebug,null path"));
-}
-
-TEST(DiskFileNameUtilTest, DirectoryLayout) {
-  std::string base = DiskFileNameUtil::getDLBasePath("/data/app/");
-  EXPECT_EQ(base, "/data/app/kestreldl_folder/");
-  EXPECT_EQ(DiskFileNameUtil::getDLBasePath("/data/app"), base);
-  EXPECT_EQ(DiskFileNameUtil::getDiskCacheDir(base, "v1"), "/data/app/kestreldl_folder/disk_cache/v1/cache");
-  EXPECT_EQ(DiskFileNameUtil::getTmpDir(base), "/data/app/kestreldl_folder/disk_cache/v0/tmp");
-  std::string v1 = DiskFileNameUtil::getVersionDir(base, "v1");
-  EXPECT_EQ(DiskFileNameUtil::getCacheFilePath(v1, "abc"), "/data/app/kestreldl_folder/disk_cache/v1/cache/cache.abc");
-  EXPECT_EQ(DiskFileNameUtil::getTmpFilePath(DiskFileNameUtil::getVersionDir(base, "v0"), "abc"),
-            "/data/app/kestreldl_folder/disk_cache/v0/tmp/tmp.abc");
-  EXPECT_EQ(DiskFileNameUtil::getDLBasePath("C:\\cache\\"), "C:\\cache/kestreldl_folder/");
-  EXPECT_EQ(DiskFileNameUtil::getParentPath("/a/b/c"), "/a/b");
-  EXPECT_EQ(DiskFileNameUtil::getParentPath("/a"), "/");
-  EXPECT_EQ(DiskFileNameUtil::getParentPath("a"), "");
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include "Storage/Persistence/File.h"
 #include "Storage/SegmentFileV1.h"
 #include "StorageTestUtil.h"
-#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace downloader {
@@ -68,9 +67,6 @@ TEST_F(SegmentFileFormatTest, LayoutOfTheThousandByteExampleOnDisk) {
     std::vector<uint8_t> crc(bytes.begin() + positions[i] + lengths[i], bytes.begin() + positions[i] + lengths[i] + 4);
     EXPECT_EQ(crc, std::vector<uint8_t>(4, 0)) << "chunk " << i;
   }
-  EXPECT_EQ(adapter.segmentFile().to_string(),
-            "[v1]{is valid:1,content file size:1000,bitmap size:1,chunk content size:300,chunk count:4,"
-            "bitmap:0xf0}");
 }
 
 TEST_F(SegmentFileFormatTest, BitmapSizeAndMostSignificantBitFirst) {
@@ -94,7 +90,6 @@ TEST_F(SegmentFileFormatTest, BitmapSizeAndMostSignificantBitFirst) {
 }
 
 TEST_F(SegmentFileFormatTest, CreateRefusesSizesTheHeaderCannotHold) {
-  dltest::LogCapture log;
   const struct {
     uint64_t size;
     uint64_t chunk;
@@ -104,7 +99,6 @@ TEST_F(SegmentFileFormatTest, CreateRefusesSizesTheHeaderCannotHold) {
     EXPECT_FALSE(segmentFile.create(CreatedFile("refused"), sizes.size, sizes.chunk, 1)) << sizes.size;
     EXPECT_FALSE(segmentFile.is_valid());
   }
-  EXPECT_EQ(log.Matching("[create]invalid content_file_size:").size(), 4u);
 
   SegmentFileV1 largest;
   ASSERT_TRUE(largest.create(CreatedFile("largest"), 0xFFFFFFFEull, 131072, 1));
@@ -130,32 +124,22 @@ TEST_F(SegmentFileFormatTest, OpenRejectsForeignAndDamagedHeaders) {
   ASSERT_TRUE(dltest::MakeSegmentFile(path, 1000, 300));
   const std::vector<uint8_t> good = ReadWholeFile(path);
 
-  struct Damage {
+  const struct {
     const char* name;
     size_t index;
     uint8_t value;
-    const char* lastGoodStep;
-  };
-  const Damage damages[] = {
-      {"magic", 1, 'L', "[open]read header"},
-      {"version 2", 2, 2, "[open]magic match"},
-      {"content size 0", 4, 0, "[open]read fize"},
-      {"bitmap size", 8, 2, "[open]read fize"},
-  };
-  for (const Damage& damage : damages) {
+  } damages[] = {{"magic", 1, 'L'}, {"version 2", 2, 2}, {"content size 0", 4, 0}, {"bitmap size", 8, 2}};
+  for (const auto& damage : damages) {
     std::vector<uint8_t> bytes = good;
     bytes[damage.index] = damage.value;
     if (damage.index == 4) bytes[5] = 0;
     std::string damaged = dir_.Join(damage.name);
     dltest::WriteWholeFile(damaged, bytes);
-    dltest::LogCapture log;
     auto file = std::make_shared<File>(damaged);
     ASSERT_TRUE(file->openExisting());
     SegmentFileV1 segmentFile;
     EXPECT_FALSE(segmentFile.open(file, 1)) << damage.name;
     EXPECT_FALSE(segmentFile.is_valid()) << damage.name;
-    EXPECT_TRUE(log.Contains(damage.lastGoodStep)) << damage.name;
-    EXPECT_FALSE(log.Contains("[open]already")) << damage.name;
   }
 
   std::vector<uint8_t> cut(good.begin(), good.begin() + 16);

@@ -8,7 +8,6 @@
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/SegmentFileReader.h"
 #include "StorageTestUtil.h"
-#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace downloader {
@@ -43,17 +42,6 @@ class SegmentFileReaderTest : public ::testing::Test {
   DiskAdapterProvider provider_;
   std::shared_ptr<DiskAdapter> adapter_;
 };
-
-TEST_F(SegmentFileReaderTest, OneByteReadReadsItsWholeChunk) {
-  Fill(1);
-  dltest::LogCapture log;
-  SegmentFileReader reader(path_, 2, provider_);
-  EXPECT_EQ(Read(reader, 450, 1), SourceBytes(kSeed, 450, 1));
-  std::vector<std::string> chunkReads = log.Matching("read chunk:");
-  ASSERT_EQ(chunkReads.size(), 1u);
-  EXPECT_NE(chunkReads[0].find("content_len:300"), std::string::npos);
-  EXPECT_NE(chunkReads[0].find("result:300"), std::string::npos);
-}
 
 TEST_F(SegmentFileReaderTest, ReadStopsAtTheFirstUnfilledChunk) {
   Fill(0);

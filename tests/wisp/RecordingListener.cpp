@@ -14,80 +14,15 @@ void RecordingListener::MarkCancelled() {
   cancelled_ = true;
 }
 
-template <typename Predicate>
-bool RecordingListener::WaitUntil(Predicate predicate, std::chrono::milliseconds timeout) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  return changed_.wait_for(lock, timeout, predicate);
-}
-
 bool RecordingListener::WaitForEnd(std::chrono::milliseconds timeout) {
-  return WaitUntil([this] { return ended_; }, timeout);
+  std::unique_lock<std::mutex> lock(mutex_);
+  return changed_.wait_for(lock, timeout, [this] { return ended_; });
 }
 
 bool RecordingListener::WaitForBytes(int64_t atLeast, std::chrono::milliseconds timeout) {
   std::unique_lock<std::mutex> lock(mutex_);
   changed_.wait_for(lock, timeout, [this, atLeast] { return bytes_ >= atLeast || ended_; });
   return bytes_ >= atLeast;
-}
-
-bool RecordingListener::Ended() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return ended_;
-}
-
-bool RecordingListener::Completed() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return completed_;
-}
-
-wisp::http::Error RecordingListener::Error() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return error_;
-}
-
-std::shared_ptr<wisp::http::Response> RecordingListener::Response() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return response_;
-}
-
-int64_t RecordingListener::Bytes() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return bytes_;
-}
-
-int64_t RecordingListener::Mismatches() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return mismatches_;
-}
-
-std::string RecordingListener::Body() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return body_;
-}
-
-std::vector<Event> RecordingListener::Events() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return events_;
-}
-
-std::vector<std::pair<wisp::http::StatusPhase, int64_t>> RecordingListener::Phases() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return phases_;
-}
-
-int RecordingListener::CallbacksAfterCancel() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return callbacksAfterCancel_;
-}
-
-int RecordingListener::CallbacksOnForbiddenThread() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return callbacksOnForbiddenThread_;
-}
-
-std::string RecordingListener::OrderProblem() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return orderProblem_;
 }
 
 void RecordingListener::RecordLocked(Event event) {
@@ -104,13 +39,18 @@ void RecordingListener::RecordLocked(Event event) {
   if (event == Event::kError || event == Event::kComplete) ended_ = true;
 }
 
-void RecordingListener::OnResponse(wisp::http::IRequestCall*, std::shared_ptr<wisp::http::Response> response) {
+template <typename Update>
+void RecordingListener::Record(Event event, Update update) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    RecordLocked(Event::kResponse);
-    response_ = std::move(response);
+    RecordLocked(event);
+    update();
   }
   changed_.notify_all();
+}
+
+void RecordingListener::OnResponse(wisp::http::IRequestCall*, std::shared_ptr<wisp::http::Response> response) {
+  Record(Event::kResponse, [&] { response_ = std::move(response); });
 }
 
 void RecordingListener::OnBytes(wisp::http::IRequestCall* call, const uint8_t* data, size_t length) {
@@ -132,30 +72,15 @@ void RecordingListener::OnBytes(wisp::http::IRequestCall* call, const uint8_t* d
 }
 
 void RecordingListener::OnError(wisp::http::IRequestCall*, const wisp::http::Error& error) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    RecordLocked(Event::kError);
-    error_ = error;
-  }
-  changed_.notify_all();
+  Record(Event::kError, [&] { error_ = error; });
 }
 
 void RecordingListener::OnComplete(wisp::http::IRequestCall*) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    RecordLocked(Event::kComplete);
-    completed_ = true;
-  }
-  changed_.notify_all();
+  Record(Event::kComplete, [&] { completed_ = true; });
 }
 
 void RecordingListener::OnStatusPhase(wisp::http::IRequestCall*, wisp::http::StatusPhase phase, int64_t value) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    RecordLocked(Event::kPhase);
-    phases_.emplace_back(phase, value);
-  }
-  changed_.notify_all();
+  Record(Event::kPhase, [&] { phases_.emplace_back(phase, value); });
 }
 
 }  // namespace wisptest

@@ -48,20 +48,19 @@ class RecordingListener : public wisp::http::IListener {
   bool WaitForEnd(std::chrono::milliseconds timeout = kWait);
   bool WaitForBytes(int64_t atLeast, std::chrono::milliseconds timeout = kWait);
 
-  bool Ended() const;
-  bool Completed() const;
-  wisp::http::Error Error() const;
-  std::shared_ptr<wisp::http::Response> Response() const;
-  int64_t Bytes() const;
+  bool Ended() const { return Locked(ended_); }
+  bool Completed() const { return Locked(completed_); }
+  wisp::http::Error Error() const { return Locked(error_); }
+  std::shared_ptr<wisp::http::Response> Response() const { return Locked(response_); }
+  int64_t Bytes() const { return Locked(bytes_); }
   // Body blocks holding a byte that differs from the synthetic content.
-  int64_t Mismatches() const;
-  std::string Body() const;
-  std::vector<Event> Events() const;
-  std::vector<std::pair<wisp::http::StatusPhase, int64_t>> Phases() const;
-  int CallbacksAfterCancel() const;
-  int CallbacksOnForbiddenThread() const;
+  int64_t Mismatches() const { return Locked(mismatches_); }
+  std::string Body() const { return Locked(body_); }
+  std::vector<std::pair<wisp::http::StatusPhase, int64_t>> Phases() const { return Locked(phases_); }
+  int CallbacksAfterCancel() const { return Locked(callbacksAfterCancel_); }
+  int CallbacksOnForbiddenThread() const { return Locked(callbacksOnForbiddenThread_); }
   // "" when the callbacks came in the documented order; else what went wrong.
-  std::string OrderProblem() const;
+  std::string OrderProblem() const { return Locked(orderProblem_); }
 
   void OnResponse(wisp::http::IRequestCall* call, std::shared_ptr<wisp::http::Response> response) override;
   void OnBytes(wisp::http::IRequestCall* call, const uint8_t* data, size_t length) override;
@@ -72,8 +71,15 @@ class RecordingListener : public wisp::http::IListener {
  private:
   // Appends `event`, checking it against the order. Under mutex_.
   void RecordLocked(Event event);
-  template <typename Predicate>
-  bool WaitUntil(Predicate predicate, std::chrono::milliseconds timeout);
+  // RecordLocked, then `update` of the members, under mutex_; wakes the waiters.
+  template <typename Update>
+  void Record(Event event, Update update);
+  // A copy of `member`, taken under mutex_.
+  template <typename T>
+  T Locked(const T& member) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return member;
+  }
 
   // Set before Start.
   bool verify_ = false;

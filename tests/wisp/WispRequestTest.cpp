@@ -56,17 +56,10 @@ TEST_F(WispRequestTest, GetDeliversTheWholeResourceInOrder) {
   ASSERT_NE(response, nullptr);
   EXPECT_EQ(response->Status(), 200);
   EXPECT_EQ(response->FileSize(), size);
-  EXPECT_EQ(response->ContentLength(), size);
-  EXPECT_EQ(response->RangeStart(), 0);
-  EXPECT_EQ(response->EffectiveUrl(), Url("/syn/whole?size=" + std::to_string(size)));
   EXPECT_EQ(response->ServerAddress(), "127.0.0.1");
 
   auto metrics = call->GetMetrics();
-  EXPECT_EQ(metrics.requestId, call->RequestId());
-  EXPECT_EQ(metrics.httpStatus, 200);
   EXPECT_EQ(metrics.bytesReceived, size);
-  EXPECT_EQ(metrics.errorKind, ErrorKind::kNone);
-  EXPECT_EQ(metrics.serverAddress, "127.0.0.1");
   EXPECT_EQ(metrics.traceUrl, "trace://whole");
   EXPECT_GE(metrics.timing.firstByteUs, 0);
   EXPECT_GE(metrics.timing.totalUs, metrics.timing.firstByteUs);
@@ -89,19 +82,6 @@ TEST_F(WispRequestTest, RangedGetStartsAtTheOffsetAskedAndKnowsTheWholeSize) {
   EXPECT_EQ(closed->Response()->Status(), 206);
   EXPECT_EQ(closed->Response()->RangeStart(), 1000);
   EXPECT_EQ(closed->Response()->FileSize(), 100000);
-
-  auto open = FetchSynthetic("/syn/ranged", "?size=100000", WithRange({}, Range(99000)));
-  ASSERT_TRUE(open->Completed()) << open->Error().String();
-  EXPECT_EQ(open->Bytes(), 1000);
-  EXPECT_EQ(open->Mismatches(), 0);
-  EXPECT_EQ(open->Response()->FileSize(), 100000);
-}
-
-TEST_F(WispRequestTest, WholeResourceAnswerIsAcceptedForARangeFromZero) {
-  auto listener = FetchSynthetic("/syn/zero", "?size=5000&ignore_range=1", WithRange({}, Range(0)));
-  EXPECT_TRUE(listener->Completed()) << listener->Error().String();
-  EXPECT_EQ(listener->Bytes(), 5000);
-  EXPECT_EQ(listener->Mismatches(), 0);
 }
 
 TEST_F(WispRequestTest, ChunkedBodyEndsWithUnknownFileSize) {
@@ -162,12 +142,9 @@ const FailureCase kFailures[] = {
     {"NotFound", "/syn/f?status=404", nullptr, -1, -1, nullptr, 0, ErrorKind::kHttpStatus, 404, "", 0},
     {"ForbiddenWithCdnDetail", "/syn/f?status=403&xerr=403605", nullptr, -1, -1, nullptr, 0,
      ErrorKind::kHttpStatus, 403, "403605", 0},
-    {"ServerError", "/syn/f?status=503", nullptr, -1, -1, nullptr, 0, ErrorKind::kHttpStatus, 503, "", 0},
     {"RangePastTheEnd", "/syn/f?size=1000", nullptr, 5000, -1, nullptr, 0, ErrorKind::kHttpStatus, 416, "", 0},
     {"RangeIgnored", "/syn/f?size=10000&ignore_range=1", nullptr, 100, -1, nullptr, 0,
      ErrorKind::kRangeNotHonoured, 200, nullptr, 0},
-    {"RangeStartingElsewhere", "/syn/f?size=10000&range_shift=5", nullptr, 100, 199, nullptr, 0,
-     ErrorKind::kRangeNotHonoured, 206, nullptr, 0},
     {"NoHeadersWithinOpenTimeout", "/syn/f?delay_ms=5000", nullptr, -1, -1, option::kOpenTimeoutMs, 300,
      ErrorKind::kTimeout, 0, nullptr, 0},
     {"BodyStalls", "/syn/f?size=100000&stall_after=1000", nullptr, -1, -1, option::kStallTimeoutMs, 300,
@@ -176,7 +153,6 @@ const FailureCase kFailures[] = {
      ErrorKind::kConnectionLost, 0, nullptr, 5000},
     {"TooManyRedirects", "/syn/f?redirects=6", nullptr, -1, -1, nullptr, 0, ErrorKind::kTooManyRedirects, 0, nullptr, 0},
     {"NotHttp", nullptr, "ftp://127.0.0.1/file", -1, -1, nullptr, 0, ErrorKind::kInvalidRequest, 0, nullptr, 0},
-    {"NotAUrl", nullptr, "no url at all", -1, -1, nullptr, 0, ErrorKind::kInvalidRequest, 0, nullptr, 0},
     {"UnknownHost", nullptr, "http://wisp-test.invalid/x", -1, -1, nullptr, 0, ErrorKind::kDnsFailure, 0, nullptr, 0},
     {"ConnectionRefused", nullptr, "http://127.0.0.1:1/x", -1, -1, nullptr, 0, ErrorKind::kConnectFailure, 0, nullptr, 0},
 };
@@ -205,7 +181,7 @@ TEST_F(WispRequestTest, FollowsUpToFiveRedirects) {
   EXPECT_EQ(call->GetMetrics().redirects, 5);
 }
 
-TEST_F(WispRequestTest, RetriesFailuresBeforeTheResponseUpToTheLimit) {
+TEST_F(WispRequestTest, RetriesOnlyBeforeTheResponseAndUpToTheLimit) {
   Options options;
   options.Set(option::kUrl, "http://127.0.0.1:1/x");
   options.Set(option::kRetryLimit, 2);
@@ -217,14 +193,13 @@ TEST_F(WispRequestTest, RetriesFailuresBeforeTheResponseUpToTheLimit) {
   EXPECT_TRUE(HasPhase(*listener, StatusPhase::kRetrying, 1));
   EXPECT_TRUE(HasPhase(*listener, StatusPhase::kRetrying, 2));
   EXPECT_EQ(call->GetMetrics().retries, 2);
-}
 
-TEST_F(WispRequestTest, NeverRetriesOnceTheBodyFlows) {
+  // Never once the body flows.
   const std::string tag = UniqueTag("noretry");
-  Options options = OptionsFor("/syn/noretry?size=100000&drop_after=3000&tag=" + tag);
+  options = OptionsFor("/syn/noretry?size=100000&drop_after=3000&tag=" + tag);
   options.Set(option::kRetryLimit, 3);
-  auto listener = Fetch(options);
-  EXPECT_EQ(listener->Error().kind, ErrorKind::kConnectionLost);
+  auto flowing = Fetch(options);
+  EXPECT_EQ(flowing->Error().kind, ErrorKind::kConnectionLost);
   EXPECT_EQ(StatsFor(tag).requests, 1);
 }
 
@@ -242,11 +217,6 @@ TEST_F(WispRequestTest, ReusesTheConnectionForSequentialRequests) {
 
 TEST_F(WispRequestTest, HostOptionConnectsElsewhere) {
   const std::string port = HostPort().substr(HostPort().find(':') + 1);
-  Options options;
-  options.Set(option::kHost, "127.0.0.1");
-  auto listener = FetchSynthetic("/syn/override", "?size=2000", options);
-  ASSERT_TRUE(listener->Completed()) << listener->Error().String();
-
   Options elsewhere;
   elsewhere.Set(option::kUrl, "http://wisp-origin.invalid:" + port + "/syn/override?size=2000");
   elsewhere.Set(option::kHost, "127.0.0.1");
@@ -286,23 +256,6 @@ TEST_F(WispRequestTest, MonitorAndGaugesSeeEveryEndedRequest) {
   EXPECT_EQ(wisp::http::GaugeUtil::BytesReceived() - bytesBefore, 1234);
   EXPECT_EQ(wisp::http::GaugeUtil::RequestsStarted() - startedBefore, 1);
   EXPECT_EQ(wisp::http::GaugeUtil::ActiveRequests(), 0);
-}
-
-// Later suites play HLS from the origin; its playlist must name segments that
-// it then serves with checkable bytes.
-TEST_F(WispRequestTest, OriginServesASyntheticPlaylistAndItsSegments) {
-  auto playlist = Fetch(OptionsFor("/hls/show/index.m3u8?segments=3&segment_size=1000"));
-  ASSERT_TRUE(playlist->Completed()) << playlist->Error().String();
-  const std::string text = playlist->Body();
-  EXPECT_EQ(text.rfind("#EXTM3U", 0), 0u);
-  EXPECT_NE(text.find("seg2.ts?size=1000"), std::string::npos);
-  EXPECT_EQ(text.find("seg3.ts"), std::string::npos);
-  EXPECT_NE(text.find("#EXT-X-ENDLIST"), std::string::npos);
-
-  auto segment = FetchSynthetic("/hls/show/seg2.ts", "?size=1000");
-  ASSERT_TRUE(segment->Completed()) << segment->Error().String();
-  EXPECT_EQ(segment->Bytes(), 1000);
-  EXPECT_EQ(segment->Mismatches(), 0);
 }
 
 TEST_F(WispRequestTest, DnsLookupResolvesNamesAndFailsEmpty) {

@@ -1,6 +1,7 @@
 #include "Player.h"
 
 #include <algorithm>
+#include <deque>
 #include <thread>
 #include <vector>
 

@@ -13,7 +13,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <fstream>
 #include <memory>
