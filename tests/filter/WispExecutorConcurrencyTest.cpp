@@ -82,8 +82,13 @@ TEST_F(WispExecutorConcurrencyTest, QueueAboveTheBoundPausesTheCallAndDrainingRe
   size_t pauses = 0;
   while (size - static_cast<int64_t>(data.size()) > static_cast<int64_t>(WispDownloadExecutor::kQueuePauseBytes) +
                                                         (2 << 20)) {
-    ASSERT_TRUE(WaitFor([&] { return log.Matching("receiving paused").size() > pauses; }))
-        << "no pause with " << data.size() << " bytes read";
+    // Pauses and resumes alternate and only this thread resumes, so more
+    // pause lines than resume lines means the call is paused now. Counting
+    // new pause lines would not do: a read may see the call pause and resume.
+    ASSERT_TRUE(WaitFor([&] {
+      const size_t resumes = log.Matching("receiving resumed").size();
+      return log.Matching("receiving paused").size() > resumes;
+    })) << "no pause with " << data.size() << " bytes read";
     ++pauses;
     // Held back, the call waits for the reader: that is no receiving time.
     const int64_t receivingWhenHeld = executor->InletSoFar().receivingUs;
