@@ -70,6 +70,11 @@ TEST(MessageLooperTest, ImmediateTasksRunInPostOrderBeforeLaterDelayedOnes) {
   const auto posted = MessageLooper::Clock::now();
   std::atomic<int64_t> lastWaitedMs{0};
   looper.Post([&] { gate.Wait(); });
+  // Posted first but due last: Stop drops it. The delays below are posted
+  // after the immediate tasks, so a stall of this thread cannot reorder them.
+  looper.PostDelayed([&] { journal.Add(999); }, std::chrono::hours(1));
+  for (int i = 0; i < 20; ++i) looper.Post([&journal, i] { journal.Add(i); });
+  looper.PostDelayed([&] { journal.Add(50); }, milliseconds(10));
   looper.PostDelayed(
       [&] {
         lastWaitedMs = std::chrono::duration_cast<milliseconds>(MessageLooper::Clock::now() - posted).count();
@@ -77,8 +82,6 @@ TEST(MessageLooperTest, ImmediateTasksRunInPostOrderBeforeLaterDelayedOnes) {
         looper.Post([&] { journal.Add(101); });
       },
       milliseconds(30));
-  looper.PostDelayed([&] { journal.Add(50); }, milliseconds(10));
-  for (int i = 0; i < 20; ++i) looper.Post([&journal, i] { journal.Add(i); });
   gate.Open();
   ASSERT_TRUE(dltest::WaitFor([&] { return journal.Size() == 23; }));
   std::vector<int> expected;
