@@ -134,18 +134,6 @@ TEST(DownloadManagerTest, ListenerMayCallBackIntoTheManager) {
   EXPECT_TRUE(reentered);
 }
 
-TEST(DownloadManagerTest, ResourceStateQueries) {
-  ASSERT_TRUE(dltest::MapModule(dltest::FakePcdnEnginePath())) << platform::LastModuleError();
-  auto uri = UriFor("http://h/a.mp4", {});
-  EXPECT_EQ(Manager().GetCacheStatus(uri), kDLCacheNone);
-  EXPECT_EQ(Manager().GetCacheStatus(nullptr), kDLCacheNone);
-  EXPECT_EQ(Manager().GetXcdnStatus(uri), -1);
-
-  PcdnInterfaceHelper::dlPCDNSetByKV("fake-reply:itf-download-id:http://h/a.mp4", "42");
-  EXPECT_EQ(Manager().GetPcdnDownloadId("http://h/a.mp4"), 42);
-  EXPECT_EQ(Manager().GetPcdnDownloadId("http://h/other.mp4"), -1);
-}
-
 TEST(DownloadManagerTest, EngineTraceIsRoutedToTheLogWhenConfigured) {
   ASSERT_TRUE(dltest::MapModule(dltest::FakePcdnEnginePath())) << platform::LastModuleError();
   auto config = std::make_shared<dltest::MapConfig>();

@@ -232,13 +232,6 @@ TEST_F(WispDownloadExecutorTest, NoReportForPreloadsOrWhenSwitchedOff) {
   auto off = OpenExecutor(SyntheticUrl("off", 100), {}, &opened);
   off->Close();
   EXPECT_TRUE(reporter_->Records().empty());
-
-  LogCapture log;
-  config_->Set("http_downloader_kit", "report_last", "true");
-  auto unreported = std::make_shared<WispDownloadExecutor>(config_, nullptr, uri_);
-  ASSERT_EQ(unreported->Open(URI::From(SyntheticUrl("noreporter", 100), {})).code, kDLSuccess);
-  unreported->Close();
-  EXPECT_TRUE(log.Contains("wisp ReportLast3TimesRecords mReporter is null"));
 }
 
 TEST_F(WispDownloadExecutorTest, SampledHashIsTheSha256OfUrlOffsetAndBody) {

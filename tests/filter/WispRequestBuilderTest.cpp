@@ -12,7 +12,6 @@
 namespace downloader {
 namespace {
 
-using wisp::http::option::kHost;
 using wisp::http::option::kOpenTimeoutMs;
 using wisp::http::option::kRetryLimit;
 using wisp::http::option::kSpeedLimit;
@@ -87,29 +86,6 @@ TEST_F(WispRequestBuilderTest, HeadersPassedInTheUriTextAreAdded) {
   EXPECT_EQ(headers.Get("Cookie"), "a=b");
   EXPECT_TRUE(request.speedUp);
   EXPECT_FALSE(Build("http://cdn/a.ts", {}, "Referer:r").speedUp);
-}
-
-TEST_F(WispRequestBuilderTest, MultiPathTypeFollowsTheSwitches) {
-  EXPECT_EQ(Build("http://cdn/a.mp4").options.Get("type"), "single");
-  config_->Set("enable_mp", "true");
-  EXPECT_EQ(Build("http://cdn/a.mp4").options.Get("type"), "mp");
-  EXPECT_EQ(Build("http://cdn/a.mp4", {{"preload", "1"}}).options.Get("type"), "single");
-  config_->Set("enable_m3u8_mp", "1");
-  EXPECT_EQ(Build("http://cdn/index.m3u8").options.Get("type"), "mp");
-  config_->Set("enable_live_mr", "1");
-  EXPECT_EQ(Build("http://cdn/live.flv", {{"is_live", "1"}}).options.Get("type"), "mr");
-}
-
-TEST_F(WispRequestBuilderTest, CellularHostWhenAskedFor) {
-  EXPECT_FALSE(Build("http://cdn.example/a.ts").options.Has(kHost));
-  config_->Set("http_downloader_kit", "wisp_cellular_host_default", "true");
-  WispRequest byUrl = Build("http://cdn.example:8080/a.ts");
-  EXPECT_EQ(byUrl.options.Get(kHost), "cdn.example");
-  EXPECT_FALSE(Build("http://cdn.example/a.ts?gear_index=2").options.Has(kHost)) << "no host for gear 2";
-  config_->Set("http_downloader_kit", "cellular_host_gear_2", "cell2.example");
-  EXPECT_EQ(Build("http://cdn.example/a.ts?gear_index=2").options.Get(kHost), "cell2.example");
-  config_->Set("http_downloader_kit", "wisp_cellular_host_nonull", "true");
-  EXPECT_EQ(Build("http://cdn.example/a.ts?slice_gear_index=3").options.Get(kHost), "cdn.example");
 }
 
 }  // namespace
