@@ -32,10 +32,7 @@ step "Windows (mingw-w64): build"
 cmake --preset windows >/dev/null
 cmake --build --preset windows -j "$jobs"
 step "Windows: tests under wine"
-# Now and then wine fails to start a test program at all (no output, a few
-# milliseconds); such a test gets one more run. A test that fails for real
-# fails both runs.
-ctest --preset windows --repeat until-pass:2
+bash scripts/ctest-wine.sh
 step "Windows: DLLs import only system DLLs"
 bash scripts/check_dll_imports.sh build/windows/bin/downloader.dll build/windows/bin/wisp.dll
 

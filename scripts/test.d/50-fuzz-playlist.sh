@@ -3,9 +3,7 @@
 # seeds (copied: libFuzzer writes what it finds into its corpus folder).
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target fuzz_playlist -j "$(nproc)"
 corpus=$(mktemp -d)
 trap 'rm -rf "$corpus"' EXIT
 cp fuzz/playlist/corpus/* "$corpus"/
-build/fuzz/bin/fuzz_playlist -max_total_time=30 -print_final_stats=0 "$corpus" 2>&1 | tail -n 2
+build/asan/bin/fuzz_playlist -max_total_time=30 -print_final_stats=0 "$corpus" 2>&1 | tail -n 2
