@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # nginx on loopback for the end-to-end scripts, serving WORK/www. Source it.
 #   nginx_start WORK [SERVER_DIRECTIVES]  sets nginx_port and nginx_pid once nginx answers
 #   nginx_stop                            for the caller's EXIT trap

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # End to end with real media: ffmpeg makes small renditions (testsrc + sine),
 # nginx serves them, dlplay plays each and then replays it from the cache:
-# MPEG-TS, fragmented MP4, AES-128, a master playlist, a playlist behind a
+# MPEG-TS, fragmented MP4, AES-128 (TS and fMP4), a master playlist, a playlist behind a
 # redirect, a gzip-encoded playlist, and a live playlist that grows every second
 # until it ends. Every play's output must decode without an error line and hold
 # a video and an audio stream of the expected duration; the replays must come
@@ -24,7 +24,7 @@ cleanup() {
 trap cleanup EXIT
 
 www="$work/www"
-mkdir -p "$www"/{ts,fmp4,aes,aes-seq,master/low,master/high,live,gz,sample} "$work/cache" "$work/out"
+mkdir -p "$www"/{ts,fmp4,aes,aes-seq,aes-fmp4,master/low,master/high,live,gz,sample} "$work/cache" "$work/out"
 
 # Small and quick to encode: 8 s at 320x180, 2-second segments (a key frame every 2 s).
 encode() {  # DIR SECONDS SEGMENT_SECONDS SIZE [extra hls options...]
@@ -48,6 +48,14 @@ for segment in "$www"/ts/seg*.ts; do
 done
 sed 's|^#EXTM3U$|#EXTM3U\n#EXT-X-KEY:METHOD=AES-128,URI="/aes/clip.key"|' "$www/ts/index.m3u8" \
   > "$www/aes-seq/index.m3u8"
+# ffmpeg does not encrypt fMP4; here the initialisation section is encrypted too, under an IV the key gives.
+fmp4_iv=000000000000000000000000000000ab
+for file in "$www"/fmp4/init.mp4 "$www"/fmp4/*.m4s; do
+  openssl enc -aes-128-cbc -K "$(od -An -tx1 "$www/aes/clip.key" | tr -d " \n")" -iv "$fmp4_iv" \
+    -in "$file" -out "$www/aes-fmp4/$(basename "$file")"
+done
+sed "s|^#EXT-X-MAP|#EXT-X-KEY:METHOD=AES-128,URI=\"/aes/clip.key\",IV=0x$fmp4_iv\n#EXT-X-MAP|" \
+  "$www/fmp4/index.m3u8" > "$www/aes-fmp4/index.m3u8"
 encode "$www/master/low" 8 2 160x90
 encode "$www/master/high" 8 2 320x180
 cat > "$www/master/index.m3u8" <<'M3U8'
@@ -141,6 +149,7 @@ play ts "$base/ts/index.m3u8" 8
 play fmp4 "$base/fmp4/index.m3u8" 8
 play aes-128 "$base/aes/index.m3u8" 8
 play aes-128-sequence-iv "$base/aes-seq/index.m3u8" 8
+play aes-128-fmp4 "$base/aes-fmp4/index.m3u8" 8
 play master "$base/master/index.m3u8" 8
 play redirect "$base/moved/index.m3u8" 8
 play gzip "$base/gz/index.m3u8" 8
@@ -180,4 +189,4 @@ if ((${#failures[@]} > 0)); then
   printf '%s\n' "${failures[@]}"
   exit 1
 fi
-echo "hls e2e: 8 renditions played and replayed from the cache, the pipe and the refusal checked"
+echo "hls e2e: 9 renditions played and replayed from the cache, the pipe and the refusal checked"

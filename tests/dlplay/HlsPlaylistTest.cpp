@@ -110,6 +110,7 @@ TEST(HlsPlaylistTest, SegmentsCarryTheirMapKeyAndTimelineMarks) {
   EXPECT_EQ(a.map.rangeStart, 16);
   EXPECT_EQ(a.map.rangeLength, 720);
   EXPECT_TRUE(a.map == b.map);
+  EXPECT_EQ(a.map.key.method, HlsKey::Method::kNone);  // declared before the first key
   EXPECT_EQ(a.key.method, HlsKey::Method::kAes128);
   EXPECT_EQ(a.key.uri, "http://moved/live/keys/k1");
   EXPECT_EQ(a.programDateTime, "2026-11-23T10:00:00.000Z");
@@ -120,6 +121,7 @@ TEST(HlsPlaylistTest, SegmentsCarryTheirMapKeyAndTimelineMarks) {
   EXPECT_TRUE(c.discontinuity);
   EXPECT_EQ(c.map.uri, "http://moved/live/v1/init2.mp4");
   EXPECT_EQ(c.map.rangeStart, -1);
+  EXPECT_EQ(c.map.key.uri, "https://k/k2");  // encrypted with the key in force where it was declared
   EXPECT_EQ(c.key.method, HlsKey::Method::kNone);
   EXPECT_FALSE(d.discontinuity);
   EXPECT_EQ(d.key.method, HlsKey::Method::kUnsupported);

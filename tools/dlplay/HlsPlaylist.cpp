@@ -177,6 +177,7 @@ class Parser {
     map.uri = ResolveUrl(baseUrl_, uri);
     std::string range = AttributeValue(attributes, "BYTERANGE");
     if (!range.empty() && !ParseRange(range, 0, &map.rangeStart, &map.rangeLength, error)) return false;
+    map.key = key_;
     map_ = map;
     return true;
   }

@@ -21,24 +21,6 @@ struct HlsVariant {
   std::string resolution;
 };
 
-// The initialisation section (#EXT-X-MAP) a decoder needs before the segments
-// that follow it.
-struct HlsMap {
-  std::string uri;  // absolute; empty when the segments need none
-  // -1 when the whole resource is the section.
-  int64_t rangeStart = -1;
-  int64_t rangeLength = -1;
-
-  bool operator==(const HlsMap& other) const {
-    return uri == other.uri && rangeStart == other.rangeStart && rangeLength == other.rangeLength;
-  }
-  bool operator<(const HlsMap& other) const {
-    return uri != other.uri ? uri < other.uri
-                            : rangeStart != other.rangeStart ? rangeStart < other.rangeStart
-                                                             : rangeLength < other.rangeLength;
-  }
-};
-
 constexpr size_t kAesBlockSize = 16;
 using AesBlock = std::array<uint8_t, kAesBlockSize>;
 
@@ -54,6 +36,27 @@ struct HlsKey {
   // The IV attribute when there is one, else the media sequence number as a
   // 128-bit big-endian number.
   AesBlock IvFor(uint64_t sequence) const;
+};
+
+// The initialisation section (#EXT-X-MAP) a decoder needs before the segments
+// that follow it.
+struct HlsMap {
+  std::string uri;  // absolute; empty when the segments need none
+  // -1 when the whole resource is the section.
+  int64_t rangeStart = -1;
+  int64_t rangeLength = -1;
+  // The key in force where the map was declared: the section is encrypted with it.
+  HlsKey key;
+
+  // One URI and range are one section, whatever key it is read with.
+  bool operator==(const HlsMap& other) const {
+    return uri == other.uri && rangeStart == other.rangeStart && rangeLength == other.rangeLength;
+  }
+  bool operator<(const HlsMap& other) const {
+    return uri != other.uri ? uri < other.uri
+                            : rangeStart != other.rangeStart ? rangeStart < other.rangeStart
+                                                             : rangeLength < other.rangeLength;
+  }
 };
 
 struct HlsSegment {

@@ -167,10 +167,10 @@ bool Player::PlayMedia(const std::vector<HlsSegment>& segments, PlaySummary* sum
     ReportPlayerState();
     bool keysAtHand = true;
     for (; keysAtHand && nextToOpen < count && nextToOpen <= index + lookahead; ++nextToOpen) {
-      keysAtHand = LoadKey(segments[nextToOpen], summary, error);
+      keysAtHand = LoadKey(segments[nextToOpen].key, summary, error);
       if (keysAtHand) opened.push_back(OpenSegment(segments[nextToOpen]));
     }
-    if (!keysAtHand || !WriteMap(segments[index].map, summary, error)) {
+    if (!keysAtHand || !WriteMap(segments[index], summary, error)) {
       played = false;
       break;
     }
@@ -189,26 +189,27 @@ bool Player::PlayMedia(const std::vector<HlsSegment>& segments, PlaySummary* sum
   return played;
 }
 
-bool Player::LoadKey(const HlsSegment& segment, PlaySummary* summary, std::string* error) {
-  if (segment.key.method != HlsKey::Method::kAes128 || keys_.count(segment.key.uri) != 0) return true;
-  Fetch fetch = FetchResource(segment.key.uri, -1, -1, true);
+bool Player::LoadKey(const HlsKey& key, PlaySummary* summary, std::string* error) {
+  if (key.method != HlsKey::Method::kAes128 || keys_.count(key.uri) != 0) return true;
+  Fetch fetch = FetchResource(key.uri, -1, -1, true);
   Record(fetch.report, summary);
   if (fetch.report.code != 0) {
-    *error = "cannot read the key " + segment.key.uri + " (" + downloader::SubCodeTag(fetch.report.subCode) + ")";
+    *error = "cannot read the key " + key.uri + " (" + downloader::SubCodeTag(fetch.report.subCode) + ")";
     return false;
   }
   if (fetch.body.size() != kAesBlockSize) {
-    *error = "the key " + segment.key.uri + " is " + std::to_string(fetch.body.size()) + " bytes, not " +
+    *error = "the key " + key.uri + " is " + std::to_string(fetch.body.size()) + " bytes, not " +
              std::to_string(kAesBlockSize);
     return false;
   }
-  AesBlock key;
-  std::copy(fetch.body.begin(), fetch.body.end(), key.begin());
-  keys_[segment.key.uri] = key;
+  AesBlock bytes;
+  std::copy(fetch.body.begin(), fetch.body.end(), bytes.begin());
+  keys_[key.uri] = bytes;
   return true;
 }
 
-bool Player::WriteMap(const HlsMap& map, PlaySummary* summary, std::string* error) {
+bool Player::WriteMap(const HlsSegment& segment, PlaySummary* summary, std::string* error) {
+  const HlsMap& map = segment.map;
   if (map.uri.empty() || map == writtenMap_) return true;
   auto found = mapBodies_.find(map);
   if (found == mapBodies_.end()) {
@@ -219,6 +220,18 @@ bool Player::WriteMap(const HlsMap& map, PlaySummary* summary, std::string* erro
       *error = "cannot read the initialisation section " + map.uri + " (" +
                downloader::SubCodeTag(fetch.report.subCode) + ")";
       return false;
+    }
+    if (map.key.method == HlsKey::Method::kAes128) {
+      // A playlist must give an encrypted section its IV; without one, the first segment's number is the best guess.
+      if (!LoadKey(map.key, summary, error)) return false;
+      AesCbcDecryptor decryptor(keys_.at(map.key.uri), map.key.IvFor(segment.sequence));
+      std::string plain;
+      decryptor.Update(reinterpret_cast<const uint8_t*>(fetch.body.data()), fetch.body.size(), &plain);
+      if (!decryptor.Finish(&plain)) {
+        *error = "the initialisation section " + map.uri + " does not decrypt with its key (bad padding)";
+        return false;
+      }
+      fetch.body.swap(plain);
     }
     found = mapBodies_.emplace(map, std::move(fetch.body)).first;
   }

@@ -92,10 +92,10 @@ class Player {
   bool ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySummary* summary, std::string* error);
   bool PlayLive(const std::string& url, HlsPlaylist playlist, PlaySummary* summary, std::string* error);
   bool PlayMedia(const std::vector<HlsSegment>& segments, PlaySummary* summary, std::string* error);
-  // The key a segment needs is at hand (fetched once per URI).
-  bool LoadKey(const HlsSegment& segment, PlaySummary* summary, std::string* error);
+  // The key is at hand (fetched once per URI).
+  bool LoadKey(const HlsKey& key, PlaySummary* summary, std::string* error);
   // Writes the segment's initialisation section unless it was the last one written.
-  bool WriteMap(const HlsMap& map, PlaySummary* summary, std::string* error);
+  bool WriteMap(const HlsSegment& segment, PlaySummary* summary, std::string* error);
   void WriteMedia(const char* data, size_t length);
   bool StopDue() const;
   // Waits until `deadline`; false when the play is to stop first.
