@@ -94,8 +94,9 @@ std::string UsageText() {
          "  --no-cache             read without the disk cache (with one, segments are written to it)\n"
          "  --live-start N|Ns      a live playlist starts N segments (Ns: N seconds) back from its\n"
          "                         newest segment (default: three target durations)\n"
-         "  --duration SECONDS     stop a live play after this long (default: at #EXT-X-ENDLIST,\n"
-         "                         or on SIGINT/SIGTERM; the summary is printed either way)\n"
+         "  --duration SECONDS     stop the play after this long, between two segments (a live\n"
+         "                         play otherwise runs to #EXT-X-ENDLIST; SIGINT/SIGTERM stop any\n"
+         "                         play; the summary is printed either way)\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
          "  --help                 this text\n";
 }

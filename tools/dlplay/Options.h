@@ -36,7 +36,7 @@ struct Options {
   int lookahead = 1;
   // Live play, media output and cache.
   LiveStart liveStart;
-  double durationSeconds = 0;  // a live play stops after this long; 0: at the playlist's end
+  double durationSeconds = 0;  // the play stops after this long; 0: at the playlist's end
   std::string reportFile;      // the JSON report goes here, not to stdout
   bool useCache = true;
 

@@ -152,7 +152,7 @@ bool Player::PlayMedia(const std::vector<HlsSegment>& segments, PlaySummary* sum
   for (const HlsSegment& segment : segments) {
     if (segment.key.method == HlsKey::Method::kUnsupported) {
       *error = segment.uri + " is encrypted with METHOD=" + segment.key.methodName +
-               ", which dlplay cannot decrypt; nothing of it was written";
+               ", which dlplay cannot decrypt (refused before writing it)";
       return false;
     }
   }
