@@ -24,6 +24,8 @@ constexpr char kPlaylistHeader[] = "#EXTM3U";
 constexpr char kTrue[] = "true";
 // A signal is noticed within this while waiting for the next reading of a live playlist.
 constexpr std::chrono::milliseconds kStopCheckInterval(100);
+// Failed readings of a live playlist in a row before the play gives up.
+constexpr int kLiveReadingAttempts = 3;
 
 int64_t MillisecondsSince(Clock::time_point began) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began).count();
@@ -124,12 +126,22 @@ bool Player::ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySum
 bool Player::PlayLive(const std::string& url, HlsPlaylist playlist, PlaySummary* summary, std::string* error) {
   live_ = true;
   LiveSchedule schedule(options_.liveStart);
+  int failedReadings = 0;
   for (;;) {
     Clock::time_point readAt = playlistReadAt_;
-    if (!PlayMedia(schedule.Take(playlist), summary, error)) return false;
+    if (failedReadings == 0 && !PlayMedia(schedule.Take(playlist), summary, error)) return false;
     if (schedule.Ended() || StopDue()) return true;
     if (!WaitUntil(readAt + schedule.ReloadDelay())) return true;
-    if (!ReadPlaylist(url, &playlist, summary, error)) return false;
+    // A live origin may miss a reading now and then; the last good playlist stands until the next one.
+    HlsPlaylist reading;
+    if (ReadPlaylist(url, &reading, summary, error)) {
+      playlist = std::move(reading);
+      failedReadings = 0;
+    } else if (++failedReadings >= kLiveReadingAttempts) {
+      return false;
+    } else {
+      std::fprintf(stderr, "dlplay: %s; reading it again\n", error->c_str());
+    }
   }
 }
 
