@@ -129,7 +129,21 @@ if not media or missed:
 PY
 }
 
-play() {  # NAME URL SECONDS [dlplay options...]
+# The seconds of media a play's report lists, each segment lasting SEGMENT_SECONDS; the
+# segments must follow each other without a gap and end with the last one published.
+reported_seconds() {  # REPORT SEGMENT_SECONDS LAST_SEGMENT
+  python3 - "$@" <<'PY'
+import json, re, sys
+path, seconds, last = sys.argv[1], float(sys.argv[2]), int(sys.argv[3])
+played = [int(re.search(r"seg(\d+)\.ts", r["url"]).group(1)) for r in map(json.loads, open(path))
+          if re.search(r"seg\d+\.ts", r["url"])]
+if not played or played != list(range(played[0], last + 1)):
+    sys.exit(f"segments played: {played}")
+print(len(played) * seconds)
+PY
+}
+
+play() {  # NAME URL SECONDS|live [dlplay options...]
   local name=$1 url=$2 seconds=$3 round
   shift 3
   for round in first replay; do
@@ -140,7 +154,15 @@ play() {  # NAME URL SECONDS [dlplay options...]
       fail "$name ($round): dlplay failed: $(tail -3 "$out.err")"
       continue
     fi
-    check_media "$name ($round)" "$out.media" "$seconds"
+    local expected=$seconds
+    if [[ $seconds == live ]]; then
+      # Where a live play starts depends on when it first reads the playlist.
+      if ! expected=$(reported_seconds "$out.json" 1 $((live_segments - 1))); then
+        fail "$name ($round): $expected"
+        continue
+      fi
+    fi
+    check_media "$name ($round)" "$out.media" "$expected"
     if [[ $round == replay ]]; then check_cached "$name" "$out.json"; fi
   done
 }
@@ -164,7 +186,7 @@ publish_live 2
   done
 ) &
 grower_pid=$!
-play live "$base/live/index.m3u8" $live_segments
+play live "$base/live/index.m3u8" live
 wait "$grower_pid" || true
 grower_pid=""
 live_requests=$(grep -c 'GET /live/index.m3u8' "$work/logs/access.log" || true)
