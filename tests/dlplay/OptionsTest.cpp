@@ -90,6 +90,8 @@ TEST(OptionsTest, LivePlayOutputAndCacheOptions) {
   EXPECT_EQ(options.liveStart.unit, LiveStart::Unit::kSegments);
   EXPECT_FALSE(options.MediaOnStdout());
   EXPECT_TRUE(options.useCache);
+  ASSERT_EQ(Parse({"--out", "/dev/stdout"}, &options, &error), ParseOutcome::kRun) << error;
+  EXPECT_TRUE(options.MediaOnStdout());
   for (std::vector<const char*> bad : std::vector<std::vector<const char*>>{
            {"--live-start", "s"}, {"--live-start", "-2"}, {"--duration", "0"}, {"--duration", "5x"}, {"-o"}}) {
     EXPECT_EQ(Parse(bad, &options, &error), ParseOutcome::kError) << bad[0];

@@ -41,8 +41,9 @@ struct Options {
   bool useCache = true;
 
   // The media goes to stdout: nothing else may.
-  bool MediaOnStdout() const { return outPath == kStdoutPath; }
+  bool MediaOnStdout() const { return outPath == kStdoutPath || outPath == kStdoutDevice; }
   static constexpr char kStdoutPath[] = "-";
+  static constexpr char kStdoutDevice[] = "/dev/stdout";
 };
 
 enum class ParseOutcome { kRun, kHelp, kError };
