@@ -49,11 +49,13 @@ start_loopback_nginx "$work"
 big_url=$nginx_url/1g.bin
 hls_url=$nginx_url/hls/index.m3u8
 writing=(--set downloader_config.enable_segment_writer=true)
+# A named cache is written to unless told otherwise: the plays that only read through it say so.
+reading=(--set downloader_config.enable_segment_writer=false)
 
 # Before anything is timed: every tool reads everything, and dlplay's bytes are
 # the origin's, from the level each case is meant to use.
 check_plays() {
-  "$dlplay" --cache "$work/none" --report json "$big_url" 2>/dev/null >"$work/big.json"
+  "$dlplay" --cache "$work/none" "${reading[@]}" --report json "$big_url" 2>/dev/null >"$work/big.json"
   "$dlplay" --cache "$work/replay" "${writing[@]}" --report json "$hls_url" 2>/dev/null >"$work/http.json"
   "$dlplay" --cache "$work/replay" "${writing[@]}" --report json "$hls_url" 2>/dev/null >"$work/cache.json"
   ffmpeg -v error -i "$hls_url" -c copy -f null - </dev/null
@@ -103,10 +105,10 @@ echo "compare: $rounds rounds"
 for ((round = 0; round < rounds; round++)); do
   echo "curl $(wall_of curl -s -o /dev/null "$big_url")" >>"$samples"
   rm -rf "$work/none"
-  echo "dlplay_big $(wall_of "$dlplay" --cache "$work/none" "$big_url")" >>"$samples"
+  echo "dlplay_big $(wall_of "$dlplay" --cache "$work/none" "${reading[@]}" "$big_url")" >>"$samples"
   echo "ffmpeg $(wall_of ffmpeg -v error -i "$hls_url" -c copy -f null -)" >>"$samples"
   rm -rf "$work/none"
-  echo "dlplay_hls $(wall_of "$dlplay" --cache "$work/none" "$hls_url")" >>"$samples"
+  echo "dlplay_hls $(wall_of "$dlplay" --cache "$work/none" "${reading[@]}" "$hls_url")" >>"$samples"
   rm -rf "$work/fresh"
   echo "dlplay_hls_writing $(wall_of "$dlplay" --cache "$work/fresh" "${writing[@]}" "$hls_url")" >>"$samples"
   # The play before wrote 400 MiB and removed the previous round's copy: its

@@ -8,7 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libcurl4-openssl-dev libcpp-httplib-dev nlohmann-json3-dev
   g++-mingw-w64-x86-64 wine64
-  nginx curl ffmpeg gnuplot-nox python3 libssl-dev
+  nginx curl ffmpeg gnuplot-nox python3 libssl-dev zlib1g-dev
 )
 
 missing=()

@@ -17,6 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const dlplay::HlsSegment& segment : playlist.segments) {
     if (segment.uri.empty()) std::abort();
     if (segment.rangeLength >= 0 && segment.rangeStart < 0) std::abort();
+    if (segment.map.rangeLength >= 0 && segment.map.rangeStart < 0) std::abort();
+    if (segment.key.method == dlplay::HlsKey::Method::kAes128 && segment.key.uri.empty()) std::abort();
   }
   int best = playlist.BestVariant();
   if (best >= static_cast<int>(playlist.variants.size())) std::abort();

@@ -6,21 +6,19 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 root=$(pwd)
+source scripts/lib/nginx.sh
 dlplay="$root/build/asan/bin/dlplay"
 [[ -x "$dlplay" ]] || { echo "e2e: $dlplay is missing (the ASan build makes it)"; exit 1; }
 
 work=$(mktemp -d)
-nginx_pid=""
 cleanup() {
-  [[ -n "$nginx_pid" ]] && kill "$nginx_pid" 2>/dev/null || true
+  nginx_stop
   rm -rf "$work"
 }
 trap cleanup EXIT
 
 segments=12
-mkdir -p "$work/www/vod" "$work/cache" "$work/logs"
-# nginx workers run unprivileged: they must be able to read the files.
-chmod 755 "$work"
+mkdir -p "$work/www/vod" "$work/cache"
 {
   echo "#EXTM3U"
   echo "#EXT-X-VERSION:3"
@@ -33,39 +31,13 @@ chmod 755 "$work"
   done
   echo "#EXT-X-ENDLIST"
 } > "$work/www/vod/index.m3u8"
-chmod -R a+rX "$work/www"
 
-port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-cat > "$work/nginx.conf" <<CONF
-worker_processes 1;
-daemon off;
-pid $work/nginx.pid;
-error_log $work/logs/error.log;
-events { worker_connections 64; }
-http {
-  access_log $work/logs/access.log;
-  client_body_temp_path $work/logs;
-  proxy_temp_path $work/logs;
-  fastcgi_temp_path $work/logs;
-  uwsgi_temp_path $work/logs;
-  scgi_temp_path $work/logs;
-  types { application/vnd.apple.mpegurl m3u8; video/mp2t ts; }
-  server {
-    listen 127.0.0.1:$port;
-    root $work/www;
-  }
-}
-CONF
-nginx -c "$work/nginx.conf" -p "$work" &
-nginx_pid=$!
-for _ in $(seq 1 100); do
-  curl -sf -o /dev/null "http://127.0.0.1:$port/vod/index.m3u8" && break
-  sleep 0.1
-done
+nginx_start "$work"
+port=$nginx_port
 
 url="http://127.0.0.1:$port/vod/index.m3u8"
 play() {
-  "$dlplay" --cache "$work/cache" --set downloader_config.enable_segment_writer=true --report json "$url" \
+  "$dlplay" --cache "$work/cache" --report json "$url" \
     > "$work/$1.json" 2> "$work/$1.err" || { cat "$work/$1.err"; exit 1; }
 }
 play first

@@ -14,6 +14,9 @@ TEST(UrlResolverTest, ResolvesLikeABrowserAndTellsPlaylistsByPath) {
   EXPECT_EQ(ResolveUrl(base, "./v/../w/./x.ts"), "http://h:8080/a/b/w/x.ts");
   EXPECT_EQ(ResolveUrl(base, "../../../../x.ts"), "http://h:8080/x.ts");
   EXPECT_EQ(ResolveUrl("http://h", "x.ts"), "http://h/x.ts");
+  // A reference that is only a query or a fragment keeps the base's path.
+  EXPECT_EQ(ResolveUrl(base, "?token=2"), "http://h:8080/a/b/index.m3u8?token=2");
+  EXPECT_EQ(ResolveUrl(base, "/root.ts"), "http://h:8080/root.ts");
   EXPECT_TRUE(LooksLikePlaylistUrl("http://h/a/index.m3u8?x=1"));
   EXPECT_FALSE(LooksLikePlaylistUrl("http://h/a/v.mp4?list=a.m3u8"));
 }
@@ -71,6 +74,83 @@ TEST(HlsPlaylistTest, MediaPlaylistSegmentsSequenceAndByteRanges) {
   EXPECT_EQ(playlist.segments[2].sequence, 9u);
 }
 
+// The tags a decoder depends on: each segment carries the map and key in force
+// when it was listed, and the timeline marks given just before it.
+TEST(HlsPlaylistTest, SegmentsCarryTheirMapKeyAndTimelineMarks) {
+  const std::string text =
+      "#EXTM3U\n"
+      "#EXT-X-MEDIA-SEQUENCE:5\n"
+      "#EXT-X-MAP:URI=\"init.mp4\",BYTERANGE=\"720@16\"\n"
+      "#EXT-X-KEY:METHOD=AES-128,URI=\"../keys/k1\",IV=0x000102030405060708090a0b0c0d0e0f\n"
+      "#EXT-X-PROGRAM-DATE-TIME:2026-11-23T10:00:00.000Z\n"
+      "#EXTINF:2,\n"
+      "a.m4s\n"
+      "#EXT-X-KEY:METHOD=AES-128,URI=\"https://k/k2\"\n"
+      "#EXTINF:2,\n"
+      "b.m4s\n"
+      "#EXT-X-DISCONTINUITY\n"
+      "#EXT-X-MAP:URI=\"init2.mp4\"\n"
+      "#EXT-X-KEY:METHOD=NONE\n"
+      "#EXTINF:2,\n"
+      "c.m4s\n"
+      "#EXT-X-KEY:METHOD=SAMPLE-AES,URI=\"k3\"\n"
+      "#EXTINF:2,\n"
+      "d.m4s\n";
+  HlsPlaylist playlist;
+  std::string error;
+  // The base is where the playlist was found after a redirect, not where it was asked for.
+  ASSERT_TRUE(ParseHlsPlaylist(text, "http://moved/live/v1/index.m3u8", &playlist, &error)) << error;
+  ASSERT_EQ(playlist.segments.size(), 4u);
+  const HlsSegment& a = playlist.segments[0];
+  const HlsSegment& b = playlist.segments[1];
+  const HlsSegment& c = playlist.segments[2];
+  const HlsSegment& d = playlist.segments[3];
+  EXPECT_EQ(a.uri, "http://moved/live/v1/a.m4s");
+  EXPECT_EQ(a.map.uri, "http://moved/live/v1/init.mp4");
+  EXPECT_EQ(a.map.rangeStart, 16);
+  EXPECT_EQ(a.map.rangeLength, 720);
+  EXPECT_TRUE(a.map == b.map);
+  EXPECT_EQ(a.map.key.method, HlsKey::Method::kNone);  // declared before the first key
+  EXPECT_EQ(a.key.method, HlsKey::Method::kAes128);
+  EXPECT_EQ(a.key.uri, "http://moved/live/keys/k1");
+  EXPECT_EQ(a.programDateTime, "2026-11-23T10:00:00.000Z");
+  EXPECT_FALSE(a.discontinuity);
+  EXPECT_EQ(b.key.uri, "https://k/k2");
+  EXPECT_FALSE(b.key.hasIv);
+  EXPECT_TRUE(b.programDateTime.empty());
+  EXPECT_TRUE(c.discontinuity);
+  EXPECT_EQ(c.map.uri, "http://moved/live/v1/init2.mp4");
+  EXPECT_EQ(c.map.rangeStart, -1);
+  EXPECT_EQ(c.map.key.uri, "https://k/k2");  // encrypted with the key in force where it was declared
+  EXPECT_EQ(c.key.method, HlsKey::Method::kNone);
+  EXPECT_FALSE(d.discontinuity);
+  EXPECT_EQ(d.key.method, HlsKey::Method::kUnsupported);
+  EXPECT_EQ(d.key.methodName, "SAMPLE-AES");
+  EXPECT_EQ(d.sequence, 8u);
+}
+
+TEST(HlsKeyTest, IvIsTheAttributeElseTheSequenceNumberBigEndian) {
+  HlsKey key;
+  key.method = HlsKey::Method::kAes128;
+  AesBlock expected{};
+  expected[15] = 0x2a;
+  EXPECT_EQ(key.IvFor(42), expected);
+  expected = AesBlock{};
+  expected[8] = 0x01;
+  expected[15] = 0x02;
+  EXPECT_EQ(key.IvFor(0x0100000000000002ULL), expected);
+
+  HlsPlaylist playlist;
+  std::string error;
+  // A short IV is a number: it lands at the block's end.
+  ASSERT_TRUE(ParseHlsPlaylist("#EXTM3U\n#EXT-X-KEY:METHOD=AES-128,URI=\"k\",IV=0X1F\n#EXTINF:1,\na.ts\n",
+                               "http://h/", &playlist, &error))
+      << error;
+  expected = AesBlock{};
+  expected[15] = 0x1f;
+  EXPECT_EQ(playlist.segments[0].key.IvFor(42), expected);
+}
+
 TEST(HlsPlaylistTest, RejectsWhatIsNotAPlaylist) {
   HlsPlaylist playlist;
   std::string error;
@@ -86,6 +166,14 @@ TEST(HlsPlaylistTest, RejectsWhatIsNotAPlaylist) {
   EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXTINF:1,\n#EXT-X-BYTERANGE:9223372036854775800@0\na.ts\n"
                                 "#EXTINF:1,\n#EXT-X-BYTERANGE:100\na.ts\n",
                                 "http://h/", &playlist, &error));
+  // Keys and maps that a player could not use.
+  EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXT-X-KEY:METHOD=AES-128\n", "http://h/", &playlist, &error));
+  EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXT-X-KEY:METHOD=AES-128,URI=\"k\",IV=0xZZ\n", "http://h/",
+                                &playlist, &error));
+  EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXT-X-KEY:METHOD=AES-128,URI=\"k\",IV=0x" + std::string(33, '1') +
+                                    "\n",
+                                "http://h/", &playlist, &error));
+  EXPECT_FALSE(ParseHlsPlaylist("#EXTM3U\n#EXT-X-MAP:BYTERANGE=\"10@0\"\n", "http://h/", &playlist, &error));
 }
 
 }  // namespace

@@ -71,5 +71,32 @@ TEST(IniConfigTest, GroupsKeysCommentsAndErrors) {
   EXPECT_FALSE(config.LoadText("[g]\njust words\n", &error));
 }
 
+TEST(OptionsTest, LivePlayOutputAndCacheOptions) {
+  Options options;
+  std::string error;
+  ASSERT_EQ(Parse({"-o", "-", "--no-cache", "--live-start", "12s", "--duration", "2.5", "--report-file", "r.json",
+                   "http://h/live.m3u8"},
+                  &options, &error),
+            ParseOutcome::kRun)
+      << error;
+  EXPECT_TRUE(options.MediaOnStdout());
+  EXPECT_FALSE(options.useCache);
+  EXPECT_EQ(options.liveStart.unit, LiveStart::Unit::kSeconds);
+  EXPECT_DOUBLE_EQ(options.liveStart.amount, 12);
+  EXPECT_DOUBLE_EQ(options.durationSeconds, 2.5);
+  EXPECT_EQ(options.reportFile, "r.json");
+  EXPECT_TRUE(options.jsonReport);
+  ASSERT_EQ(Parse({"--live-start", "4", "--out", "a.ts"}, &options, &error), ParseOutcome::kRun) << error;
+  EXPECT_EQ(options.liveStart.unit, LiveStart::Unit::kSegments);
+  EXPECT_FALSE(options.MediaOnStdout());
+  EXPECT_TRUE(options.useCache);
+  ASSERT_EQ(Parse({"--out", "/dev/stdout"}, &options, &error), ParseOutcome::kRun) << error;
+  EXPECT_TRUE(options.MediaOnStdout());
+  for (std::vector<const char*> bad : std::vector<std::vector<const char*>>{
+           {"--live-start", "s"}, {"--live-start", "-2"}, {"--duration", "0"}, {"--duration", "5x"}, {"-o"}}) {
+    EXPECT_EQ(Parse(bad, &options, &error), ParseOutcome::kError) << bad[0];
+  }
+}
+
 }  // namespace
 }  // namespace dlplay

@@ -16,6 +16,12 @@ constexpr char kByteRangeTag[] = "#EXT-X-BYTERANGE:";
 constexpr char kMediaSequenceTag[] = "#EXT-X-MEDIA-SEQUENCE:";
 constexpr char kTargetDurationTag[] = "#EXT-X-TARGETDURATION:";
 constexpr char kEndListTag[] = "#EXT-X-ENDLIST";
+constexpr char kMapTag[] = "#EXT-X-MAP:";
+constexpr char kKeyTag[] = "#EXT-X-KEY:";
+constexpr char kDiscontinuityTag[] = "#EXT-X-DISCONTINUITY";
+constexpr char kProgramDateTimeTag[] = "#EXT-X-PROGRAM-DATE-TIME:";
+constexpr char kMethodNone[] = "NONE";
+constexpr char kMethodAes128[] = "AES-128";
 constexpr char kUtf8ByteOrderMark[] = "\xEF\xBB\xBF";
 
 bool StartsWith(const std::string& text, const char* prefix, std::string* rest = nullptr) {
@@ -68,6 +74,42 @@ double ParseSeconds(const std::string& text) {
   return value > 0 ? value : 0;
 }
 
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// "0x" and up to 32 hex digits, right-aligned in the block as a big-endian number.
+bool ParseIv(const std::string& text, AesBlock* iv) {
+  if (text.size() < 3 || text[0] != '0' || (text[1] != 'x' && text[1] != 'X')) return false;
+  std::string digits = text.substr(2);
+  if (digits.size() > 2 * kAesBlockSize) return false;
+  digits.insert(0, 2 * kAesBlockSize - digits.size(), '0');
+  for (size_t i = 0; i < kAesBlockSize; ++i) {
+    int high = HexDigit(digits[2 * i]);
+    int low = HexDigit(digits[2 * i + 1]);
+    if (high < 0 || low < 0) return false;
+    (*iv)[i] = static_cast<uint8_t>(high << 4 | low);
+  }
+  return true;
+}
+
+// "LENGTH[@OFFSET]", OFFSET being `defaultStart` when left out. A range whose end does not fit a signed 64-bit
+// offset is refused: no resource is that large, and the next range would start past it.
+bool ParseRange(const std::string& value, int64_t defaultStart, int64_t* start, int64_t* length,
+                std::string* error) {
+  size_t at = value.find('@');
+  *length = static_cast<int64_t>(ParseUnsigned(value.substr(0, at)));
+  *start = at == std::string::npos ? defaultStart : static_cast<int64_t>(ParseUnsigned(value.substr(at + 1)));
+  if (*length > std::numeric_limits<int64_t>::max() - *start) {
+    *error = "a byte range ends past the largest offset: " + value;
+    return false;
+  }
+  return true;
+}
+
 // Walks the lines once, remembering which tag announced the next URI line.
 class Parser {
  public:
@@ -92,6 +134,14 @@ class Parser {
       playlist_->targetDurationSeconds = ParseSeconds(rest);
     } else if (StartsWith(line, kEndListTag)) {
       playlist_->endList = true;
+    } else if (StartsWith(line, kMapTag, &rest)) {
+      return ParseMap(rest, error);
+    } else if (StartsWith(line, kKeyTag, &rest)) {
+      return ParseKey(rest, error);
+    } else if (line == kDiscontinuityTag) {
+      segment_.discontinuity = true;
+    } else if (StartsWith(line, kProgramDateTimeTag, &rest)) {
+      segment_.programDateTime = Trim(rest);
     } else if (line[0] != '#') {
       return Uri(line, error);
     }
@@ -112,19 +162,51 @@ class Parser {
   }
 
  private:
-  // "LENGTH[@OFFSET]"; without an offset the range follows the previous one. A range whose end does not fit
-  // a signed 64-bit offset is refused: no resource is that large, and the next range would start past it.
+  // Without an offset the range follows the previous one.
   bool ParseByteRange(const std::string& value, std::string* error) {
-    size_t at = value.find('@');
-    int64_t length = static_cast<int64_t>(ParseUnsigned(value.substr(0, at)));
-    int64_t start =
-        at == std::string::npos ? nextRangeStart_ : static_cast<int64_t>(ParseUnsigned(value.substr(at + 1)));
-    if (length > std::numeric_limits<int64_t>::max() - start) {
-      *error = "a byte range ends past the largest offset: " + value;
+    return ParseRange(value, nextRangeStart_, &segment_.rangeStart, &segment_.rangeLength, error);
+  }
+
+  bool ParseMap(const std::string& attributes, std::string* error) {
+    HlsMap map;
+    std::string uri = AttributeValue(attributes, "URI");
+    if (uri.empty()) {
+      *error = "a map without a URI";
       return false;
     }
-    segment_.rangeLength = length;
-    segment_.rangeStart = start;
+    map.uri = ResolveUrl(baseUrl_, uri);
+    std::string range = AttributeValue(attributes, "BYTERANGE");
+    if (!range.empty() && !ParseRange(range, 0, &map.rangeStart, &map.rangeLength, error)) return false;
+    map.key = key_;
+    map_ = map;
+    return true;
+  }
+
+  // An unknown method is kept, not refused: the player decides, and a playlist
+  // whose segments never use it still plays.
+  bool ParseKey(const std::string& attributes, std::string* error) {
+    HlsKey key;
+    key.methodName = AttributeValue(attributes, "METHOD");
+    if (key.methodName == kMethodNone) {
+      key_ = key;
+      return true;
+    }
+    key.method = key.methodName == kMethodAes128 ? HlsKey::Method::kAes128 : HlsKey::Method::kUnsupported;
+    std::string uri = AttributeValue(attributes, "URI");
+    if (key.method == HlsKey::Method::kAes128 && uri.empty()) {
+      *error = "an AES-128 key without a URI";
+      return false;
+    }
+    if (!uri.empty()) key.uri = ResolveUrl(baseUrl_, uri);
+    std::string iv = AttributeValue(attributes, "IV");
+    if (!iv.empty()) {
+      key.hasIv = ParseIv(iv, &key.iv);
+      if (!key.hasIv) {
+        *error = "a key with a malformed IV: " + iv;
+        return false;
+      }
+    }
+    key_ = key;
     return true;
   }
 
@@ -137,6 +219,8 @@ class Parser {
     } else if (pendingSegment_) {
       segment_.uri = absolute;
       segment_.sequence = nextSequence_++;
+      segment_.map = map_;
+      segment_.key = key_;
       playlist_->segments.push_back(segment_);
       nextRangeStart_ = segment_.rangeLength >= 0 ? segment_.rangeStart + segment_.rangeLength : 0;
       segment_ = HlsSegment();
@@ -154,11 +238,23 @@ class Parser {
   bool pendingSegment_ = false;
   HlsVariant variant_;
   HlsSegment segment_;
+  // In force from their tag until the next one of theirs.
+  HlsMap map_;
+  HlsKey key_;
   uint64_t nextSequence_ = 0;
   int64_t nextRangeStart_ = 0;
 };
 
 }  // namespace
+
+AesBlock HlsKey::IvFor(uint64_t sequence) const {
+  if (hasIv) return iv;
+  AesBlock derived{};
+  for (size_t i = 0; i < sizeof(sequence); ++i) {
+    derived[kAesBlockSize - 1 - i] = static_cast<uint8_t>(sequence >> (8 * i));
+  }
+  return derived;
+}
 
 int HlsPlaylist::BestVariant() const {
   int best = -1;

@@ -47,6 +47,25 @@ bool ParseSetting(const std::string& text, Options* options) {
   return true;
 }
 
+// "N": N segments; "Ns": N seconds.
+bool ParseLiveStart(const std::string& text, LiveStart* start) {
+  bool seconds = !text.empty() && text.back() == 's';
+  std::string number = seconds ? text.substr(0, text.size() - 1) : text;
+  int64_t amount = 0;
+  if (!ParseWholeNumber(number, &amount) || amount < 0) return false;
+  start->unit = seconds ? LiveStart::Unit::kSeconds : LiveStart::Unit::kSegments;
+  start->amount = static_cast<double>(amount);
+  return true;
+}
+
+bool ParsePositiveSeconds(const std::string& text, double* seconds) {
+  char* end = nullptr;
+  double value = std::strtod(text.c_str(), &end);
+  if (text.empty() || end == nullptr || *end != '\0' || !(value > 0)) return false;
+  *seconds = value;
+  return true;
+}
+
 }  // namespace
 
 std::string UsageText() {
@@ -60,7 +79,9 @@ std::string UsageText() {
          "  --config FILE          settings, INI style: [group] then key = value lines\n"
          "  --set GROUP.KEY=VALUE  one setting, over the file (repeatable)\n"
          "  --param KEY=VALUE      a request parameter for every request (repeatable)\n"
-         "  --out PATH             save what was read (segments appended in order)\n"
+         "  -o, --out PATH         save the media (segments in order, decrypted, each after its\n"
+         "                         initialisation section); - (or /dev/stdout) writes it to stdout\n"
+         "                         and every other line to stderr\n"
          "  --range A-B            read bytes A to B inclusive (B may be left out)\n"
          "  --reader-rate BYTES/S  read no faster than this, as a slow player\n"
          "  --buffer-ms N          the player's buffer to report to the tunnel\n"
@@ -68,7 +89,14 @@ std::string UsageText() {
          "  --lookahead N          segments opened ahead of the one being read (default 1, at most " +
              std::to_string(kMaxLookahead) + ")\n"
          "  --log FILE             the library's log lines (default: errors to stderr)\n"
-         "  --report json          one JSON object per request on stdout\n"
+         "  --report json          one JSON object per request on stdout (stderr with -o -)\n"
+         "  --report-file FILE     the JSON report to FILE\n"
+         "  --no-cache             read without the disk cache (with one, segments are written to it)\n"
+         "  --live-start N|Ns      a live playlist starts N segments (Ns: N seconds) back from its\n"
+         "                         newest segment (default: three target durations)\n"
+         "  --duration SECONDS     stop the play after this long, between two segments (a live\n"
+         "                         play otherwise runs to #EXT-X-ENDLIST; SIGINT/SIGTERM stop any\n"
+         "                         play; the summary is printed either way)\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
          "  --help                 this text\n";
 }
@@ -91,6 +119,11 @@ ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, s
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--help" || arg == "-h") return ParseOutcome::kHelp;
+    if (arg == "-o") arg = "--out";
+    if (arg == "--no-cache") {
+      options->useCache = false;
+      continue;
+    }
     bool takesValue = arg.size() > 2 && arg.compare(0, 2, "--") == 0;
     if (!takesValue) {
       if (!options->url.empty()) {
@@ -138,6 +171,13 @@ ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, s
     } else if (arg == "--report") {
       ok = value == "json";
       options->jsonReport = ok;
+    } else if (arg == "--live-start") {
+      ok = ParseLiveStart(value, &options->liveStart);
+    } else if (arg == "--duration") {
+      ok = ParsePositiveSeconds(value, &options->durationSeconds);
+    } else if (arg == "--report-file") {
+      options->reportFile = value;
+      options->jsonReport = true;
     } else if (arg == "--engine") {
       options->enginePath = value;
     } else {

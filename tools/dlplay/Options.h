@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "LiveSchedule.h"
+
 namespace dlplay {
 
 // Each stream opened ahead holds its own read-ahead; a few are plenty to hide
@@ -32,6 +34,16 @@ struct Options {
   int variant = -1;  // -1: highest bandwidth
   // Segments whose streams are opened while an earlier one is still read.
   int lookahead = 1;
+  // Live play, media output and cache.
+  LiveStart liveStart;
+  double durationSeconds = 0;  // the play stops after this long; 0: at the playlist's end
+  std::string reportFile;      // the JSON report goes here, not to stdout
+  bool useCache = true;
+
+  // The media goes to stdout: nothing else may.
+  bool MediaOnStdout() const { return outPath == kStdoutPath || outPath == kStdoutDevice; }
+  static constexpr char kStdoutPath[] = "-";
+  static constexpr char kStdoutDevice[] = "/dev/stdout";
 };
 
 enum class ParseOutcome { kRun, kHelp, kError };

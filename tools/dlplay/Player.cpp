@@ -1,10 +1,14 @@
 #include "Player.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <deque>
+#include <iostream>
 #include <thread>
 #include <vector>
 
+#include "Gunzip.h"
+#include "LiveSchedule.h"
 #include "Sha256.h"
 
 namespace dlplay {
@@ -17,6 +21,11 @@ constexpr std::chrono::milliseconds kStateReportInterval(500);
 constexpr int64_t kPendingWritesTimeoutMs = 10000;
 constexpr int32_t kPlayerId = 1;
 constexpr char kPlaylistHeader[] = "#EXTM3U";
+constexpr char kTrue[] = "true";
+// A signal is noticed within this while waiting for the next reading of a live playlist.
+constexpr std::chrono::milliseconds kStopCheckInterval(100);
+// Failed readings of a live playlist in a row before the play gives up.
+constexpr int kLiveReadingAttempts = 3;
 
 int64_t MillisecondsSince(Clock::time_point began) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began).count();
@@ -30,20 +39,26 @@ Player::Player(const Options& options, std::shared_ptr<protocols::IConfigure> co
       progress_(quiet) {
   tunnel_ = downloader::KestrelTunnel::CreateKestrelTunnel(downloader::ITunnelConfig(), config_, reporter_);
   tunnel_->SetStreamSettings({{"player_id", std::to_string(kPlayerId)}});
-  if (!options_.outPath.empty()) out_.open(options_.outPath, std::ios::binary | std::ios::trunc);
+  if (options_.MediaOnStdout()) {
+    media_ = &std::cout;
+  } else if (!options_.outPath.empty()) {
+    out_.open(options_.outPath, std::ios::binary | std::ios::trunc);
+    media_ = &out_;
+  }
 }
 
 Player::~Player() { downloader::KestrelTunnel::DestoryKestrelTunnel(tunnel_); }
 
 bool Player::Play(const std::string& url, PlaySummary* summary, std::string* error) {
-  Clock::time_point began = Clock::now();
+  playBegan_ = Clock::now();
   bool played = PlayUntimed(url, summary, error);
-  summary->SetMilliseconds(MillisecondsSince(began));
+  if (media_ != nullptr) media_->flush();
+  summary->SetMilliseconds(MillisecondsSince(playBegan_));
   return played;
 }
 
 bool Player::PlayUntimed(const std::string& url, PlaySummary* summary, std::string* error) {
-  if (!options_.outPath.empty() && !out_) {
+  if (media_ == &out_ && !out_) {
     *error = "cannot write " + options_.outPath;
     return false;
   }
@@ -56,70 +71,204 @@ bool Player::PlayUntimed(const std::string& url, PlaySummary* summary, std::stri
   }
   HlsPlaylist playlist;
   if (!ReadPlaylist(url, &playlist, summary, error)) return false;
-  uint64_t bitRate = 0;
+  std::string mediaUrl = url;
   if (playlist.kind == HlsPlaylist::Kind::kMaster) {
     int variant = options_.variant >= 0 ? options_.variant : playlist.BestVariant();
     if (variant < 0 || variant >= static_cast<int>(playlist.variants.size())) {
       *error = "no variant " + std::to_string(variant) + " in " + url;
       return false;
     }
-    bitRate = playlist.variants[variant].bandwidth;
-    std::string mediaUrl = playlist.variants[variant].uri;
+    bitRate_ = playlist.variants[variant].bandwidth;
+    mediaUrl = playlist.variants[variant].uri;
     if (!ReadPlaylist(mediaUrl, &playlist, summary, error)) return false;
     if (playlist.kind != HlsPlaylist::Kind::kMedia) {
       *error = mediaUrl + " is not a media playlist";
       return false;
     }
   }
-  bool played = PlayMedia(playlist, bitRate, summary);
+  bool played = playlist.endList ? PlayMedia(playlist.segments, summary, error)
+                                 : PlayLive(mediaUrl, std::move(playlist), summary, error);
   progress_.Finish();
   return played;
 }
 
 bool Player::ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySummary* summary,
                           std::string* error) {
+  playlistReadAt_ = Clock::now();
   Fetch fetch = FetchResource(url, -1, -1, true);
   Record(fetch.report, summary);
   if (fetch.report.code != 0) {
     *error = "cannot read the playlist " + url + " (" + downloader::SubCodeTag(fetch.report.subCode) + ")";
     return false;
   }
+  if (LooksGzipped(fetch.body)) {
+    std::string plain;
+    if (!Gunzip(fetch.body, &plain, error)) {
+      *error = url + ": " + *error;
+      return false;
+    }
+    fetch.body.swap(plain);
+  }
   if (fetch.body.compare(0, sizeof(kPlaylistHeader) - 1, kPlaylistHeader) != 0 &&
       fetch.body.find(kPlaylistHeader) == std::string::npos) {
     *error = url + " is not an HLS playlist";
     return false;
   }
-  return ParseHlsPlaylist(fetch.body, url, playlist, error);
+  // Relative URIs are relative to where the playlist was found, after redirects.
+  const std::string& base = fetch.effectiveUrl.empty() ? url : fetch.effectiveUrl;
+  if (!ParseHlsPlaylist(fetch.body, base, playlist, error)) {
+    *error = url + ": " + *error;
+    return false;
+  }
+  return true;
 }
 
-bool Player::PlayMedia(const HlsPlaylist& playlist, uint64_t bitRate, PlaySummary* summary) {
-  bitRate_ = bitRate;
-  size_t count = playlist.segments.size();
+bool Player::PlayLive(const std::string& url, HlsPlaylist playlist, PlaySummary* summary, std::string* error) {
+  live_ = true;
+  LiveSchedule schedule(options_.liveStart);
+  int failedReadings = 0;
+  for (;;) {
+    Clock::time_point readAt = playlistReadAt_;
+    if (failedReadings == 0 && !PlayMedia(schedule.Take(playlist), summary, error)) return false;
+    if (schedule.Ended() || StopDue()) return true;
+    if (!WaitUntil(readAt + schedule.ReloadDelay())) return true;
+    // A live origin may miss a reading now and then; the last good playlist stands until the next one.
+    HlsPlaylist reading;
+    if (ReadPlaylist(url, &reading, summary, error)) {
+      playlist = std::move(reading);
+      failedReadings = 0;
+    } else if (++failedReadings >= kLiveReadingAttempts) {
+      return false;
+    } else {
+      std::fprintf(stderr, "dlplay: %s; reading it again\n", error->c_str());
+    }
+  }
+}
+
+bool Player::StopDue() const {
+  if (stop_ != nullptr && stop_->load()) return true;
+  return options_.durationSeconds > 0 &&
+         std::chrono::duration<double>(Clock::now() - playBegan_).count() >= options_.durationSeconds;
+}
+
+bool Player::WaitUntil(Clock::time_point deadline) const {
+  for (Clock::time_point now = Clock::now(); now < deadline; now = Clock::now()) {
+    if (StopDue()) return false;
+    std::this_thread::sleep_for(std::min<Clock::duration>(deadline - now, kStopCheckInterval));
+  }
+  return !StopDue();
+}
+
+bool Player::PlayMedia(const std::vector<HlsSegment>& segments, PlaySummary* summary, std::string* error) {
+  // Refused before anything is written: bytes no decoder can use are worse than none.
+  for (const HlsSegment& segment : segments) {
+    if (segment.key.method == HlsKey::Method::kUnsupported) {
+      *error = segment.uri + " is encrypted with METHOD=" + segment.key.methodName +
+               ", which dlplay cannot decrypt (refused before writing it)";
+      return false;
+    }
+  }
+  size_t count = segments.size();
+  int total = segmentsPlayed_ + static_cast<int>(count);
   size_t lookahead = static_cast<size_t>(options_.lookahead);
   std::deque<OpenRequest> opened;
   size_t nextToOpen = 0;
-  for (size_t index = 0; index < count; ++index) {
-    progress_.BeginRequest(static_cast<int>(index + 1), static_cast<int>(count), playlist.segments[index].uri);
+  bool played = true;
+  for (size_t index = 0; index < count && !StopDue(); ++index) {
+    progress_.BeginRequest(segmentsPlayed_ + 1, total, segments[index].uri);
     ReportPlayerState();
-    for (; nextToOpen < count && nextToOpen <= index + lookahead; ++nextToOpen) {
-      opened.push_back(OpenSegment(playlist.segments[nextToOpen]));
+    bool keysAtHand = true;
+    for (; keysAtHand && nextToOpen < count && nextToOpen <= index + lookahead; ++nextToOpen) {
+      keysAtHand = LoadKey(segments[nextToOpen].key, summary, error);
+      if (keysAtHand) opened.push_back(OpenSegment(segments[nextToOpen]));
+    }
+    if (!keysAtHand || !WriteMap(segments[index], summary, error)) {
+      played = false;
+      break;
     }
     OpenRequest request = std::move(opened.front());
     opened.pop_front();
     Fetch fetch = ReadToEnd(request, false);
     Record(fetch.report, summary);
-    if (fetch.report.code == 0) bufferedMediaMs_ += playlist.segments[index].durationSeconds * 1000.0;
+    ++segmentsPlayed_;
+    if (fetch.report.code == 0) bufferedMediaMs_ += segments[index].durationSeconds * 1000.0;
     if (!playing_) {
       playing_ = true;
       playStarted_ = Clock::now();
     }
   }
+  for (OpenRequest& request : opened) Discard(request);
+  return played;
+}
+
+bool Player::LoadKey(const HlsKey& key, PlaySummary* summary, std::string* error) {
+  if (key.method != HlsKey::Method::kAes128 || keys_.count(key.uri) != 0) return true;
+  Fetch fetch = FetchResource(key.uri, -1, -1, true);
+  Record(fetch.report, summary);
+  if (fetch.report.code != 0) {
+    *error = "cannot read the key " + key.uri + " (" + downloader::SubCodeTag(fetch.report.subCode) + ")";
+    return false;
+  }
+  if (fetch.body.size() != kAesBlockSize) {
+    *error = "the key " + key.uri + " is " + std::to_string(fetch.body.size()) + " bytes, not " +
+             std::to_string(kAesBlockSize);
+    return false;
+  }
+  AesBlock bytes;
+  std::copy(fetch.body.begin(), fetch.body.end(), bytes.begin());
+  keys_[key.uri] = bytes;
   return true;
+}
+
+bool Player::WriteMap(const HlsSegment& segment, PlaySummary* summary, std::string* error) {
+  const HlsMap& map = segment.map;
+  if (map.uri.empty() || map == writtenMap_) return true;
+  auto found = mapBodies_.find(map);
+  if (found == mapBodies_.end()) {
+    int64_t rangeEnd = map.rangeLength > 0 ? map.rangeStart + map.rangeLength - 1 : -1;
+    Fetch fetch = FetchResource(map.uri, map.rangeStart, rangeEnd, true);
+    Record(fetch.report, summary);
+    if (fetch.report.code != 0) {
+      *error = "cannot read the initialisation section " + map.uri + " (" +
+               downloader::SubCodeTag(fetch.report.subCode) + ")";
+      return false;
+    }
+    if (map.key.method == HlsKey::Method::kAes128) {
+      // A playlist must give an encrypted section its IV; without one, the first segment's number is the best guess.
+      if (!LoadKey(map.key, summary, error)) return false;
+      AesCbcDecryptor decryptor(keys_.at(map.key.uri), map.key.IvFor(segment.sequence));
+      std::string plain;
+      decryptor.Update(reinterpret_cast<const uint8_t*>(fetch.body.data()), fetch.body.size(), &plain);
+      if (!decryptor.Finish(&plain)) {
+        *error = "the initialisation section " + map.uri + " does not decrypt with its key (bad padding)";
+        return false;
+      }
+      fetch.body.swap(plain);
+    }
+    found = mapBodies_.emplace(map, std::move(fetch.body)).first;
+  }
+  WriteMedia(found->second.data(), found->second.size());
+  writtenMap_ = map;
+  return true;
+}
+
+void Player::WriteMedia(const char* data, size_t length) {
+  if (media_ != nullptr) media_->write(data, static_cast<std::streamsize>(length));
+}
+
+void Player::Discard(OpenRequest& request) {
+  request.stream->Close();
+  tunnel_->Release(request.stream);
 }
 
 Player::OpenRequest Player::OpenSegment(const HlsSegment& segment) {
   int64_t rangeEnd = segment.rangeLength > 0 ? segment.rangeStart + segment.rangeLength - 1 : -1;
-  return Open(segment.uri, segment.rangeStart, rangeEnd);
+  OpenRequest request = Open(segment.uri, segment.rangeStart, rangeEnd);
+  if (segment.key.method == HlsKey::Method::kAes128) {
+    request.decryptor =
+        std::make_unique<AesCbcDecryptor>(keys_.at(segment.key.uri), segment.key.IvFor(segment.sequence));
+  }
+  return request;
 }
 
 int Player::BufferedMs() const {
@@ -148,6 +297,7 @@ void Player::PaceReader(uint64_t bytesSoFar, Clock::time_point began) {
 }
 
 Player::Fetch Player::FetchResource(const std::string& url, int64_t rangeStart, int64_t rangeEnd, bool keepBody) {
+  if (keepBody) progress_.BeginSideRequest(url);
   OpenRequest request = Open(url, rangeStart, rangeEnd);
   return ReadToEnd(request, keepBody);
 }
@@ -158,6 +308,7 @@ Player::OpenRequest Player::Open(const std::string& url, int64_t rangeStart, int
   builder.params["player_id"] = std::to_string(kPlayerId);
   if (rangeStart >= 0) builder.params["range_start"] = std::to_string(rangeStart);
   if (rangeEnd >= 0) builder.params["range_end"] = std::to_string(rangeEnd);
+  if (live_) builder.params["is_live"] = kTrue;
   std::shared_ptr<downloader::URI> uri = builder.SetUrl(url).Build();
 
   OpenRequest request;
@@ -185,8 +336,8 @@ Player::Fetch Player::ReadToEnd(OpenRequest& request, bool keepBody) {
   }
   DescribeLevels(*request.stream, &report);
   if (digest) report.sha256 = digest->HexDigest();
-  request.stream->Close();
-  tunnel_->Release(request.stream);
+  if (keepBody) fetch.effectiveUrl = request.stream->GetInfo("effective_url");
+  Discard(request);
   report.ms = MillisecondsSince(request.began);
   progress_.EndRequest(report.bytes, report.level, report.code, downloader::SubCodeTag(report.subCode));
   return fetch;
@@ -200,9 +351,18 @@ void Player::ReadBody(OpenRequest& request, bool keepBody, Sha256* digest, Fetch
   // A stream opened ahead may have waited: the pace runs from the first read.
   Clock::time_point readingBegan = Clock::now();
   Clock::time_point lastState = readingBegan;
+  std::string plain;
   for (;;) {
+    if (stop_ != nullptr && stop_->load()) return;
     DLReadResult result = stream.Read(packet.data(), packet.size());
-    if (result.code == kDLEndOfData) return;
+    if (result.code == kDLEndOfData) {
+      if (request.decryptor && !request.decryptor->Finish(&plain)) {
+        report.code = kDLFailure;
+        std::fprintf(stderr, "dlplay: %s: does not decrypt with its key (bad padding)\n", request.url.c_str());
+      }
+      WriteMedia(plain.data(), plain.size());
+      return;
+    }
     if (result.code != kDLSuccess) {
       report.code = kDLFailure;
       report.subCode = result.subCode;
@@ -211,7 +371,14 @@ void Player::ReadBody(OpenRequest& request, bool keepBody, Sha256* digest, Fetch
     if (result.bytes == 0) continue;
     if (digest) digest->Update(packet.data(), result.bytes);
     if (keepBody) fetch->body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
-    if (!keepBody && out_) out_.write(reinterpret_cast<const char*>(packet.data()), result.bytes);
+    if (!keepBody && request.decryptor) {
+      plain.clear();
+      request.decryptor->Update(packet.data(), result.bytes, &plain);
+      WriteMedia(plain.data(), plain.size());
+      plain.clear();
+    } else if (!keepBody) {
+      WriteMedia(reinterpret_cast<const char*>(packet.data()), result.bytes);
+    }
     if (!keepBody && sink_) sink_(request.url, offset, packet.data(), result.bytes);
     offset += result.bytes;
     report.bytes += result.bytes;

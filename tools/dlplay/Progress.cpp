@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace dlplay {
@@ -20,6 +21,12 @@ void Progress::BeginRequest(int index, int count, const std::string& name) {
   index_ = index;
   count_ = count;
   name_ = name;
+  side_ = false;
+}
+
+void Progress::BeginSideRequest(const std::string& name) {
+  name_ = name;
+  side_ = true;
 }
 
 void Progress::Update(uint64_t requestBytes, int level) { Draw(requestBytes, level, false); }
@@ -35,7 +42,7 @@ void Progress::Draw(uint64_t requestBytes, int level, bool force) {
   lastDraw_ = now;
   double seconds = std::chrono::duration<double>(now - started_).count();
   double mib = static_cast<double>(totalBytes_ + requestBytes) / kBytesPerMiB;
-  int filled = count_ > 0 ? kBarWidth * (index_ - 1) / count_ : 0;
+  int filled = count_ > 0 ? kBarWidth * std::min(done_, count_) / count_ : 0;
   std::string bar(static_cast<size_t>(filled), '#');
   bar.resize(kBarWidth, '.');
   std::fprintf(stderr, "\r[%s] %d/%d  %8.1f MiB  %7.1f MiB/s  level %d  ", bar.c_str(), index_, count_, mib,
@@ -45,6 +52,7 @@ void Progress::Draw(uint64_t requestBytes, int level, bool force) {
 
 void Progress::EndRequest(uint64_t requestBytes, int level, int code, const std::string& subTag) {
   totalBytes_ += requestBytes;
+  if (!side_) done_ = index_;
   if (quiet_) return;
   if (terminal_) {
     Draw(0, level, true);

@@ -16,6 +16,8 @@ class Progress {
   explicit Progress(bool quiet);
 
   void BeginRequest(int index, int count, const std::string& name);
+  // A request beside the counted ones (a playlist, a key, a map): named, not counted.
+  void BeginSideRequest(const std::string& name);
   // Bytes of the current request so far and the level serving it.
   void Update(uint64_t requestBytes, int level);
   // True when the next Update would draw: the caller may skip working out
@@ -31,6 +33,8 @@ class Progress {
   const bool terminal_;
   int index_ = 0;
   int count_ = 0;
+  int done_ = 0;  // counted requests ended; the bar is full when it reaches count_
+  bool side_ = false;
   std::string name_;
   uint64_t totalBytes_ = 0;
   std::chrono::steady_clock::time_point started_;

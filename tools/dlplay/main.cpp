@@ -2,7 +2,10 @@
 // library the way a player does; with no URL, runs the demo.
 #include <dlfcn.h>
 
+#include <atomic>
+#include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -21,8 +24,24 @@ namespace {
 constexpr int kExitUsage = 2;
 constexpr int32_t kConfigId = 0;
 
+// Set by SIGINT/SIGTERM: the play stops where it is and still prints its summary.
+std::atomic<bool> stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler stores to it");
+
+extern "C" void RequestStop(int) { stopRequested.store(true); }
+
+void InstallStopHandlers() {
+  struct sigaction action {};
+  action.sa_handler = RequestStop;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
 std::shared_ptr<dlplay::IniConfig> LoadConfig(const dlplay::Options& options, std::string* error) {
   auto config = std::make_shared<dlplay::IniConfig>();
+  // A cache that is named is written to; the file and --set may still turn it off.
+  config->Set("downloader_config", "enable_segment_writer", options.useCache ? "true" : "false");
   if (!options.configFile.empty() && !config->LoadFile(options.configFile, error)) return nullptr;
   for (const auto& setting : options.settings) {
     config->Set(setting.first, setting.second.first, setting.second.second);
@@ -40,21 +59,33 @@ bool MapEngine(const std::string& path, std::string* error) {
 }
 
 int PlayUrl(const dlplay::Options& options, const std::shared_ptr<dlplay::IniConfig>& config) {
-  std::ostream* jsonOut = options.jsonReport ? &std::cout : nullptr;
+  std::ofstream reportFile;
+  std::ostream* jsonOut = nullptr;
+  if (!options.reportFile.empty()) {
+    reportFile.open(options.reportFile, std::ios::trunc);
+    if (!reportFile) {
+      std::fprintf(stderr, "dlplay: cannot write %s\n", options.reportFile.c_str());
+      return kExitUsage;
+    }
+    jsonOut = &reportFile;
+  } else if (options.jsonReport) {
+    jsonOut = options.MediaOnStdout() ? &std::cerr : &std::cout;
+  }
+  bool stdoutTaken = options.MediaOnStdout() || jsonOut == &std::cout;
   dlplay::PlaySummary summary;
   std::string error;
+  bool played;
   {
     dlplay::Player player(options, config, std::make_shared<dlplay::LogReporter>(), jsonOut, false);
-    if (!player.Play(options.url, &summary, &error)) {
-      std::fprintf(stderr, "dlplay: %s\n", error.c_str());
-      return 1;
-    }
+    player.SetStopFlag(&stopRequested);
+    played = player.Play(options.url, &summary, &error);
   }
-  if (!dlplay::Player::FinishCacheWrites()) {
+  if (!played) std::fprintf(stderr, "dlplay: %s\n", error.c_str());
+  if (options.useCache && !dlplay::Player::FinishCacheWrites()) {
     std::fprintf(stderr, "dlplay: the cache's last writes did not finish; the next play may miss them\n");
   }
-  std::fputs(dlplay::PlaySummary::Format("summary", summary).c_str(), options.jsonReport ? stderr : stdout);
-  return summary.failures() == 0 ? 0 : 1;
+  std::fputs(dlplay::PlaySummary::Format("summary", summary).c_str(), stdoutTaken ? stderr : stdout);
+  return played && summary.failures() == 0 ? 0 : 1;
 }
 
 }  // namespace
@@ -84,7 +115,8 @@ int main(int argc, char** argv) {
   if (options.url.empty()) {
     status = dlplay::RunDemo(options, config, options.jsonReport ? &std::cout : nullptr);
   } else {
-    manager.SetLocalCachePath(options.cacheDir.c_str());
+    if (options.useCache) manager.SetLocalCachePath(options.cacheDir.c_str());
+    InstallStopHandlers();
     status = PlayUrl(options, config);
   }
   dlplay::LogSink::Uninstall();
