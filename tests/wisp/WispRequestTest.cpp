@@ -167,6 +167,34 @@ TEST_F(WispRequestTest, TlsToAPlainServerFailsAsTls) {
   EXPECT_EQ(listener->Error().kind, ErrorKind::kTlsFailure) << listener->Error().String();
 }
 
+TEST_F(WispRequestTest, ProxyOptionSendsTheRequestToTheProxy) {
+  // The origin, taken as the proxy, is asked for a URL whose host does not
+  // resolve: it answers (not found), so the name was never looked up.
+  Options options;
+  options.Set(option::kUrl, "http://through-proxy.invalid/syn/proxied");
+  options.Set(option::kProxy, "http://" + HostPort());
+  auto listener = Fetch(options);
+  EXPECT_EQ(listener->Error().kind, ErrorKind::kHttpStatus) << listener->Error().String();
+}
+
+TEST_F(WispRequestTest, MalformedProxyIsAnInvalidRequest) {
+  Options options = OptionsFor("/syn/badproxy");
+  options.Set(option::kProxy, "user@proxy:80");
+  auto listener = Fetch(options);
+  EXPECT_EQ(listener->Error().kind, ErrorKind::kInvalidRequest) << listener->Error().String();
+  EXPECT_NE(listener->Error().message.find("proxy"), std::string::npos);
+}
+
+#ifdef _WIN32
+TEST_F(WispRequestTest, CaFileIsRefusedOnWindows) {
+  Options options = OptionsFor("/syn/cafile");
+  options.Set(option::kCaFile, "C:\\ca.pem");
+  auto listener = Fetch(options);
+  EXPECT_EQ(listener->Error().kind, ErrorKind::kInvalidRequest) << listener->Error().String();
+  EXPECT_NE(listener->Error().message.find("CA file"), std::string::npos);
+}
+#endif
+
 TEST_F(WispRequestTest, FollowsUpToFiveRedirects) {
   auto call = client_->CreateRequestCaller(RequestType::kGet, OptionsFor("/syn/redirected?size=777&redirects=5"));
   auto listener = std::make_shared<RecordingListener>();
