@@ -1,5 +1,7 @@
 #include "Options.h"
 
+#include "ExitStatus.h"
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -70,7 +72,7 @@ std::string UsageText() {
          "  --log FILE             the library's log lines (default: errors to stderr)\n"
          "  --report json          one JSON object per request on stdout\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
-         "  --help                 this text\n";
+         + NetworkUsageText() + "  --help                 this text\n\n" + ExitStatusText();
 }
 
 std::string DefaultCacheDir() {
@@ -91,6 +93,9 @@ ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, s
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--help" || arg == "-h") return ParseOutcome::kHelp;
+    const NetworkParse network = ParseNetworkOption(argc, argv, &i, &options->network, error);
+    if (network == NetworkParse::kError) return ParseOutcome::kError;
+    if (network == NetworkParse::kTaken) continue;
     bool takesValue = arg.size() > 2 && arg.compare(0, 2, "--") == 0;
     if (!takesValue) {
       if (!options->url.empty()) {

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "NetworkOptions.h"
+
 namespace dlplay {
 
 // Each stream opened ahead holds its own read-ahead; a few are plenty to hide
@@ -32,6 +34,8 @@ struct Options {
   int variant = -1;  // -1: highest bandwidth
   // Segments whose streams are opened while an earlier one is still read.
   int lookahead = 1;
+  // -H, -A, -x, --cacert, -k, -s, -v.
+  NetworkOptions network;
 };
 
 enum class ParseOutcome { kRun, kHelp, kError };

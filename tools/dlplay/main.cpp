@@ -10,6 +10,7 @@
 #include <downloader/downloader.h>
 
 #include "Demo.h"
+#include "ExitStatus.h"
 #include "IniConfig.h"
 #include "LogSink.h"
 #include "Options.h"
@@ -18,12 +19,13 @@
 
 namespace {
 
-constexpr int kExitUsage = 2;
+using dlplay::kExitUsage;
 constexpr int32_t kConfigId = 0;
 
 std::shared_ptr<dlplay::IniConfig> LoadConfig(const dlplay::Options& options, std::string* error) {
   auto config = std::make_shared<dlplay::IniConfig>();
   if (!options.configFile.empty() && !config->LoadFile(options.configFile, error)) return nullptr;
+  dlplay::ApplyNetworkSettings(options.network, config.get());
   for (const auto& setting : options.settings) {
     config->Set(setting.first, setting.second.first, setting.second.second);
   }
@@ -44,17 +46,20 @@ int PlayUrl(const dlplay::Options& options, const std::shared_ptr<dlplay::IniCon
   dlplay::PlaySummary summary;
   std::string error;
   {
-    dlplay::Player player(options, config, std::make_shared<dlplay::LogReporter>(), jsonOut, false);
+    dlplay::Player player(options, config, std::make_shared<dlplay::LogReporter>(), jsonOut,
+                          options.network.silent);
     if (!player.Play(options.url, &summary, &error)) {
       std::fprintf(stderr, "dlplay: %s\n", error.c_str());
-      return 1;
+      return summary.failures() != 0 ? summary.ExitStatus() : dlplay::kExitFailure;
     }
   }
   if (!dlplay::Player::FinishCacheWrites()) {
     std::fprintf(stderr, "dlplay: the cache's last writes did not finish; the next play may miss them\n");
   }
-  std::fputs(dlplay::PlaySummary::Format("summary", summary).c_str(), options.jsonReport ? stderr : stdout);
-  return summary.failures() == 0 ? 0 : 1;
+  if (!options.network.silent) {
+    std::fputs(dlplay::PlaySummary::Format("summary", summary).c_str(), options.jsonReport ? stderr : stdout);
+  }
+  return summary.ExitStatus();
 }
 
 }  // namespace
@@ -73,9 +78,14 @@ int main(int argc, char** argv) {
       break;
   }
   std::shared_ptr<dlplay::IniConfig> config = LoadConfig(options, &error);
-  if (!config || !dlplay::LogSink::Install(options.logFile, &error) || !MapEngine(options.enginePath, &error)) {
+  if (!config || !dlplay::LogSink::Install(options.logFile, options.network.verbose, &error) ||
+      !MapEngine(options.enginePath, &error)) {
     std::fprintf(stderr, "dlplay: %s\n", error.c_str());
     return kExitUsage;
+  }
+  if (options.network.insecure) {
+    std::fprintf(stderr, "dlplay: warning: -k: server certificates are not checked; "
+                         "anyone on the path could have served these bytes\n");
   }
   downloader::DownloadManager& manager = downloader::DownloadManager::GetInstance();
   manager.AddNewConfig(config, kConfigId);
