@@ -44,7 +44,8 @@ http::Error StatusFailure(int32_t status) {
 }
 
 http::Error OpenTimeout(int64_t timeoutMs) {
-  return Make(http::ErrorKind::kTimeout, "timed out after " + std::to_string(timeoutMs) + " ms waiting for the response");
+  return Make(http::ErrorKind::kTimeout,
+              "timed out after " + std::to_string(timeoutMs) + " ms waiting for the response");
 }
 
 http::Error StallTimeout(int64_t timeoutMs) {
