@@ -99,7 +99,9 @@ http::Error ErrorOf(DWORD code, DWORD secureFailureFlags, const RequestPlan& spe
     error = problem.empty() ? TlsFailure("secure failure flags " + std::to_string(secureFailureFlags))
                             : CertificateFailure(problem);
   } else if (code == ERROR_WINHTTP_NAME_NOT_RESOLVED) {
-    error = spec.proxy.empty() ? DnsFailure(host, false) : DnsFailure(spec.proxy, true);
+    // WinHTTP does not say which name it could not resolve.
+    error = DnsFailure(host, false);
+    if (!spec.proxy.empty()) error.message += " or proxy '" + spec.proxy + "'";
   } else if (code == ERROR_WINHTTP_CANNOT_CONNECT) {
     // WinHTTP does not tell a refusal from an unreachable host.
     error = spec.proxy.empty() ? ConnectFailure("connection refused or host unreachable", host, port)
