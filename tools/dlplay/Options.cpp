@@ -1,9 +1,9 @@
 #include "Options.h"
 
-#include "ExitStatus.h"
-
 #include <cstdlib>
 #include <filesystem>
+
+#include "ExitStatus.h"
 
 namespace dlplay {
 namespace {
