@@ -80,8 +80,7 @@ std::string NetworkUsageText() {
          "  -A, --user-agent TEXT  the User-Agent header\n"
          "  -x, --proxy HOST:PORT  send the requests through this HTTP proxy. Without it the proxy\n"
          "                         variables http_proxy, https_proxy, all_proxy and no_proxy are honoured\n"
-         "                         (on Windows the system's WinHTTP proxy setting instead)\n"
-         "  --cacert FILE          trust the certificate authorities of this PEM file (not on Windows)\n"
+         "  --cacert FILE          trust the certificate authorities of this PEM file\n"
          "  -k, --insecure         do not check the server's certificate (prints a warning)\n"
          "  -s, --silent           no progress and no summary; errors are still printed\n"
          "  -v, --verbose          the library's log on stderr\n";
