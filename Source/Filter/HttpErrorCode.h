@@ -20,6 +20,9 @@ class HttpErrorCode {
  public:
   static constexpr int64_t kTimeout = FourCharSubCode('G', 'D', 'T', 'O');
   static constexpr int64_t kForbidden = FourCharSubCode('H', '4', '0', '3');
+  // Not a failure of the network library: the executor refused to send a
+  // request whose header text carries CR or LF.
+  static constexpr int64_t kHeaderRefused = FourCharSubCode('H', 'H', 'D', 'R');
 
   // 0 for no error.
   static int64_t FromError(const wisp::http::Error& error);

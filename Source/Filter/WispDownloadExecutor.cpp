@@ -173,6 +173,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
     response_.reset();
     error_ = wisp::http::Error();
     readTimedOut_ = false;
+    headerRefused_ = false;
     queue_ = queue;
     requestUrl_ = request.url;
     requestStart_ = request.rangeStart;
@@ -198,6 +199,10 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
   BeginReceiving();
   if (!request.refusal.empty()) {
     DL_LOGE << logTag_ << "] request refused, not sent: " << request.refusal;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      headerRefused_ = true;
+    }
     wisp::http::Error refused;
     refused.kind = wisp::http::ErrorKind::kInvalidRequest;
     refused.message = request.refusal;
@@ -248,7 +253,7 @@ DLResultCode WispDownloadExecutor::OpenOutcome(WaitOutcome outcome) {
       break;
   }
   std::lock_guard<std::mutex> lock(mutex_);
-  const int64_t subCode = HttpErrorCode::FromError(error_);
+  const int64_t subCode = FailureSubCodeLocked();
   if (subCode == HttpErrorCode::kTimeout) timedOut_ = true;
   return DLResultCode(kDLFailure, subCode);
 }
@@ -324,7 +329,7 @@ DLReadResult WispDownloadExecutor::EndOfDataResult() {
   int64_t subCode = 0;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    subCode = HttpErrorCode::FromError(error_);
+    subCode = FailureSubCodeLocked();
   }
   if (subCode != 0) {
     DL_LOGW << "[KeyFlow][" << logTag_ << "] period WispDownloadExecutor error, errorCode:" << subCode << "("
@@ -376,7 +381,7 @@ DLResultCode WispDownloadExecutor::Seek(int64_t offset) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) return InterruptedResult();
     if (!everResponded_) {
-      const int64_t subCode = HttpErrorCode::FromError(error_);
+      const int64_t subCode = FailureSubCodeLocked();
       return DLResultCode(kDLFailure, subCode != 0 ? subCode : kNoDetail);
     }
   }
@@ -632,6 +637,10 @@ std::string WispDownloadExecutor::FailureReasonLocked() const {
   if (error_.IsError()) return HttpErrorCode::Reason(error_);
   if (readTimedOut_) return "timed out after " + std::to_string(readTimeoutMs_) + " ms waiting for data";
   return std::string();
+}
+
+int64_t WispDownloadExecutor::FailureSubCodeLocked() const {
+  return headerRefused_ ? HttpErrorCode::kHeaderRefused : HttpErrorCode::FromError(error_);
 }
 
 std::string WispDownloadExecutor::FailureKindLocked() const {

@@ -89,7 +89,7 @@ TEST_F(WispDownloadExecutorTest, FailuresSayWhyInWordsAndNameTheirKind) {
       {SyntheticUrl("unauthorized", 1000, "status=401"), "", "H5XX", "http status", "HTTP 401"},
       {"http://dl-test-host.invalid/syn/x", "", "H4XX", "dns failure", "could not resolve host 'dl-test-host.invalid'"},
       {"http://127.0.0.1:1/syn/x", "", "H4XX", "connect failure", "connection refused"},
-      {SyntheticUrl("injected", 1000), "Referer:r\r\nX-Injected:1", "H4XX", "invalid request", "CR or LF"},
+      {SyntheticUrl("injected", 1000), "Referer:r\r\nX-Injected:1", "HHDR", "invalid request", "CR or LF"},
   };
   for (const Row& row : rows) {
     uri_ = downloader::URIBuilder::New().SetUrl(row.url).SetHttpHeader(row.header).Build();
