@@ -58,4 +58,11 @@ int64_t HttpErrorCode::ForbiddenDetail(const std::string& detail) {
   return found == kDetails.end() ? kForbidden : found->second;
 }
 
+std::string HttpErrorCode::Reason(const wisp::http::Error& error) {
+  if (!error.IsError()) return std::string();
+  if (!error.message.empty()) return error.message;
+  if (error.kind == ErrorKind::kHttpStatus) return "HTTP " + std::to_string(error.status);
+  return wisp::http::ErrorKindName(error.kind);
+}
+
 }  // namespace downloader

@@ -9,6 +9,7 @@
 #define DOWNLOADER_FILTER_HTTPERRORCODE_H_
 
 #include <cstdint>
+#include <string>
 
 #include <downloader/Filter/SubCode.h>
 #include <wisp/http/Error.h>
@@ -19,9 +20,15 @@ class HttpErrorCode {
  public:
   static constexpr int64_t kTimeout = FourCharSubCode('G', 'D', 'T', 'O');
   static constexpr int64_t kForbidden = FourCharSubCode('H', '4', '0', '3');
+  // Not a failure of the network library: the executor refused to send a
+  // request whose header text carries CR or LF.
+  static constexpr int64_t kHeaderRefused = FourCharSubCode('H', 'H', 'D', 'R');
 
   // 0 for no error.
   static int64_t FromError(const wisp::http::Error& error);
+  // Why the request failed, in words a user can act on ("could not resolve
+  // host 'x'", "HTTP 401"); "" for no error.
+  static std::string Reason(const wisp::http::Error& error);
 
  private:
   // H403 for anything but a detail of the CDN's table (403000, 403601..403612).

@@ -172,6 +172,8 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
     call_ = call;
     response_.reset();
     error_ = wisp::http::Error();
+    readTimedOut_ = false;
+    headerRefused_ = false;
     queue_ = queue;
     requestUrl_ = request.url;
     requestStart_ = request.rangeStart;
@@ -195,7 +197,17 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
   DL_LOGI << logTag_ << "] WISPDownloadExecutor start, url:" << request.url << " request_id:" << call->RequestId()
           << " this:" << this;
   BeginReceiving();
-  if (!call->Start(self)) {
+  if (!request.refusal.empty()) {
+    DL_LOGE << logTag_ << "] request refused, not sent: " << request.refusal;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      headerRefused_ = true;
+    }
+    wisp::http::Error refused;
+    refused.kind = wisp::http::ErrorKind::kInvalidRequest;
+    refused.message = request.refusal;
+    OnError(call.get(), refused);
+  } else if (!call->Start(self)) {
     wisp::http::Error refused;
     refused.kind = wisp::http::ErrorKind::kInternal;
     refused.message = "the call did not start";
@@ -241,7 +253,7 @@ DLResultCode WispDownloadExecutor::OpenOutcome(WaitOutcome outcome) {
       break;
   }
   std::lock_guard<std::mutex> lock(mutex_);
-  const int64_t subCode = HttpErrorCode::FromError(error_);
+  const int64_t subCode = FailureSubCodeLocked();
   if (subCode == HttpErrorCode::kTimeout) timedOut_ = true;
   return DLResultCode(kDLFailure, subCode);
 }
@@ -292,6 +304,7 @@ DLReadResult WispDownloadExecutor::Read(Packet& packet) {
       {
         std::lock_guard<std::mutex> lock(mutex_);
         timedOut_ = true;
+        readTimedOut_ = true;
       }
       DL_LOGW << logTag_ << "error?? read timed out after " << readTimeoutMs_ << " ms, read size:" << readBytes_;
       result.Set(kDLFailure, 0, HttpErrorCode::kTimeout);
@@ -316,7 +329,7 @@ DLReadResult WispDownloadExecutor::EndOfDataResult() {
   int64_t subCode = 0;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    subCode = HttpErrorCode::FromError(error_);
+    subCode = FailureSubCodeLocked();
   }
   if (subCode != 0) {
     DL_LOGW << "[KeyFlow][" << logTag_ << "] period WispDownloadExecutor error, errorCode:" << subCode << "("
@@ -368,7 +381,7 @@ DLResultCode WispDownloadExecutor::Seek(int64_t offset) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) return InterruptedResult();
     if (!everResponded_) {
-      const int64_t subCode = HttpErrorCode::FromError(error_);
+      const int64_t subCode = FailureSubCodeLocked();
       return DLResultCode(kDLFailure, subCode != 0 ? subCode : kNoDetail);
     }
   }
@@ -604,6 +617,8 @@ std::string WispDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "executor_name") return "wisp_download_filter";
   if (key == "channel_type") return ReadParamString(uri_->GetParams(), "channelType", "0");
   if (key == "is_timeout") return timedOut_ ? "1" : "0";
+  if (key == "error_message") return FailureReasonLocked();
+  if (key == "error_kind") return FailureKindLocked();
   if (key == "track_info") return track_.empty() ? std::string() : WispTrackInfo::ToText(track_);
   if (key == "download_speed") {
     const int64_t speed = CurrentSpeedLocked();
@@ -615,6 +630,22 @@ std::string WispDownloadExecutor::GetInfo(const std::string& key) {
     DL_LOGD << logTag_ << "memory usage:" << held;
     return std::to_string(held);
   }
+  return std::string();
+}
+
+std::string WispDownloadExecutor::FailureReasonLocked() const {
+  if (error_.IsError()) return HttpErrorCode::Reason(error_);
+  if (readTimedOut_) return "timed out after " + std::to_string(readTimeoutMs_) + " ms waiting for data";
+  return std::string();
+}
+
+int64_t WispDownloadExecutor::FailureSubCodeLocked() const {
+  return headerRefused_ ? HttpErrorCode::kHeaderRefused : HttpErrorCode::FromError(error_);
+}
+
+std::string WispDownloadExecutor::FailureKindLocked() const {
+  if (error_.IsError()) return wisp::http::ErrorKindName(error_.kind);
+  if (readTimedOut_) return wisp::http::ErrorKindName(wisp::http::ErrorKind::kTimeout);
   return std::string();
 }
 

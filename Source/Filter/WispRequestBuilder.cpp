@@ -49,6 +49,7 @@ WispRequest WispRequestBuilder::Build(int64_t seekOffset, int64_t playerBufferMs
   FillStrategyOption(&request);
   FillBitRate(&request, playerBufferMs);
   FillHeaders(&request);
+  FillTransportSettings(&request);
   FillRange(&request, seekOffset);
   return request;
 }
@@ -149,10 +150,35 @@ void WispRequestBuilder::FillBitRate(WispRequest* request, int64_t playerBufferM
   request->options.Set(kPlayerDurationOption, playerBufferMs);
 }
 
+void WispRequestBuilder::FillTransportSettings(WispRequest* request) const {
+  auto setting = [this](const char* key) { return ReadConfigString(config_, kHttpDownloaderKitGroup, key, ""); };
+  const std::string proxy = setting("proxy");
+  if (!proxy.empty()) request->options.Set(wisp::http::option::kProxy, proxy);
+  const std::string caFile = setting("ca_file");
+  if (!caFile.empty()) request->options.Set(wisp::http::option::kCaFile, caFile);
+  if (ReadConfigBool(config_, kHttpDownloaderKitGroup, "tls_insecure", false)) {
+    request->options.Set(wisp::http::option::kTlsVerify, "0");
+    DL_LOGW << logTag_ << "certificate checks are off (tls_insecure)";
+  }
+  const std::string userAgent = setting("user_agent");
+  // A User-Agent of the request's own header text wins over the setting.
+  wisp::http::Headers& headers = request->options.MutableHeaders();
+  if (!userAgent.empty() && !headers.Has("User-Agent") && !headers.Add("User-Agent", userAgent)) {
+    request->refusal = "the user_agent setting carries CR or LF";
+    DL_LOGE << logTag_ << "refused the user_agent setting with CR or LF; the request is not sent";
+  }
+}
+
 void WispRequestBuilder::FillHeaders(WispRequest* request) const {
   const std::string& text = uri_->GetHttpHeader();
   if (text.empty()) return;
   DL_LOGI << logTag_ << "] pass http header:" << text;
+  if (text.find_first_of("\r\n") != std::string::npos) {
+    // The field pattern does not span lines: a line break would start a field of its own.
+    request->refusal = "header text carries CR or LF";
+    DL_LOGE << logTag_ << "refused http header text with CR or LF; the request is not sent";
+    return;
+  }
   static const std::regex kField("(.+?):(.+?)&");
   const std::string fields = text + "&";
   for (std::sregex_iterator match(fields.begin(), fields.end(), kField), end; match != end; ++match) {

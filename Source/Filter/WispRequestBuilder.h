@@ -7,9 +7,11 @@
 // they are); for live requests the open time-out and retry limit of
 // "http_downloader_kit"; a cellular host when the settings ask for one; the
 // strategy hints (multi-path type, live FLV, trace URL); bit rate and the
-// player's buffered duration; header fields passed in the URI's header text
-// as "name:value&name:value"; a Range when the request names one or a seek
-// asks for an offset.
+// player's buffered duration; the transport settings of "http_downloader_kit"
+// ("proxy", "ca_file", "tls_insecure", "user_agent"); header fields passed in
+// the URI's header text as "name:value&name:value" (text with CR or LF in it
+// refuses the request: it could add header lines); a Range when the request
+// names one or a seek asks for an offset.
 //
 // Stateless after construction; Build may be called from any thread.
 #ifndef DOWNLOADER_FILTER_WISPREQUESTBUILDER_H_
@@ -32,6 +34,8 @@ struct WispRequest {
   int64_t rangeStart = 0;
   // A header field of the request carried the speed-up flag.
   bool speedUp = false;
+  // Non-empty: the request must not be sent, for this reason.
+  std::string refusal;
 };
 
 class WispRequestBuilder {
@@ -59,6 +63,7 @@ class WispRequestBuilder {
   void FillCelluarOption(WispRequest* request) const;
   void FillStrategyOption(WispRequest* request) const;
   void FillBitRate(WispRequest* request, int64_t playerBufferMs) const;
+  void FillTransportSettings(WispRequest* request) const;
   void FillHeaders(WispRequest* request) const;
   void FillRange(WispRequest* request, int64_t seekOffset) const;
   // "single", "mp" or "mr".

@@ -289,6 +289,8 @@ DLResultCode RetryableStream::OpenWalk() {
       if (attempt.responded) {
         executorOpened = true;
         lastOpenFailure = attempt.result;
+        failureReason_ = attempt.reason;
+        failureKind_ = attempt.kind;
       } else {
         lastRefusal = attempt.result;
       }
@@ -354,6 +356,8 @@ RetryableStream::LevelAttempt RetryableStream::OpenAtLevel(DLDownloadLevel level
       attempt.executor = std::move(executor);
     } else {
       if (cancelled) attempt.result = DLResultCode(kDLFailure, kClosedSubCode);
+      attempt.reason = executor->GetInfo("error_message");
+      attempt.kind = executor->GetInfo("error_kind");
       executor->Close();
     }
     return true;
@@ -401,6 +405,10 @@ DLReadResult RetryableStream::Read(void* buffer, uint64_t size) {
   for (int32_t attempt = 1;; ++attempt) {
     result = InternalRead(buffer, size);
     if (result.code == kDLEndOfData) return result;
+    if (result.code == kDLFailure) {
+      failureReason_ = executor_->GetInfo("error_message");
+      failureKind_ = executor_->GetInfo("error_kind");
+    }
     ReadTrigger trigger = JudgeRead(&result);
     if (trigger == ReadTrigger::kNone || ReadDowngradeForbidden()) return result;
     bool switched = HandleReadDowngrade(trigger);
@@ -557,6 +565,8 @@ std::string RetryableStream::GetInfo(const std::string& key) {
     return tracker;
   }
   if (key == "level_attempts") return JoinLevels(levelAttempts_);
+  if (key == "error_message") return failureReason_;
+  if (key == "error_kind") return failureKind_;
   if (key == "stream_type") return ReadParam("stream_type", std::string());
   // The serving executor's own name ("CACHE", "WISP", ...), for hosts that
   // report which channel served a request.

@@ -16,7 +16,10 @@
 // GetInfo("level_tracker") lists the levels that served, in order ("1>4"
 // after a read downgrade from PCDN to HTTP); GetInfo("level_attempts") lists
 // every level whose executor was opened, served or not ("0>4" for a request
-// that missed the disk cache and was served over HTTP).
+// that missed the disk cache and was served over HTTP). GetInfo("error_message")
+// says why the failure the stream answered last happened, as the failing
+// executor put it ("could not resolve host 'x'"); "" when it did not say;
+// GetInfo("error_kind") its class, as that executor named it.
 //
 // Thread rules: one player thread calls Open, OpenAsync, IsOpenReady, Read,
 // Seek, GetFileSize, GetInfo and Close; an asynchronous open runs the open
@@ -107,6 +110,9 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
     bool responded = false;
     DLResultCode result;
     std::shared_ptr<IDownloadExecutor> executor;
+    // The executor's "error_message" and "error_kind" when its open failed.
+    std::string reason;
+    std::string kind;
   };
   enum class ReadTrigger { kNone, kFailed, kTimedOut, kDrained };
 
@@ -188,6 +194,9 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   std::map<std::string, uint32_t> readDowngrades_;
   std::vector<DLDownloadLevel> levelHistory_;
   std::vector<DLDownloadLevel> levelAttempts_;
+  // "error_message" and "error_kind" of the executor whose failure the stream answered last.
+  std::string failureReason_;
+  std::string failureKind_;
 };
 
 }  // namespace downloader

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include <downloader/Base/URIBuilder.h>
 #include <downloader/Filter/SubCode.h>
 #include <downloader/Filter/WispDownloadExecutor.h>
 #include <downloader/Filter/WispDownloadFilter.h>
@@ -76,6 +77,33 @@ TEST_F(WispDownloadExecutorTest, FailureRowsThroughRealResponses) {
   ExpectOpenFailure("http://127.0.0.1:1/syn/x", {}, "H4XX");
 }
 
+TEST_F(WispDownloadExecutorTest, FailuresSayWhyInWordsAndNameTheirKind) {
+  struct Row {
+    std::string url;
+    std::string header;
+    std::string tag;
+    std::string kind;
+    std::string reason;
+  };
+  const std::vector<Row> rows = {
+      {SyntheticUrl("unauthorized", 1000, "status=401"), "", "H5XX", "http status", "HTTP 401"},
+      {"http://dl-test-host.invalid/syn/x", "", "H4XX", "dns failure", "could not resolve host 'dl-test-host.invalid'"},
+      {"http://127.0.0.1:1/syn/x", "", "H4XX", "connect failure", "connection refused"},
+      {SyntheticUrl("injected", 1000), "Referer:r\r\nX-Injected:1", "HHDR", "invalid request", "CR or LF"},
+  };
+  for (const Row& row : rows) {
+    uri_ = downloader::URIBuilder::New().SetUrl(row.url).SetHttpHeader(row.header).Build();
+    auto executor = std::make_shared<WispDownloadExecutor>(config_, reporter_, uri_);
+    EXPECT_EQ(executor->GetInfo("error_message"), "") << "nothing failed yet";
+    DLResultCode opened = executor->Open(uri_);
+    EXPECT_EQ(SubCodeTag(opened.subCode), row.tag) << row.url;
+    EXPECT_EQ(executor->GetInfo("error_kind"), row.kind) << row.url;
+    EXPECT_NE(executor->GetInfo("error_message").find(row.reason), std::string::npos)
+        << row.url << ": " << executor->GetInfo("error_message");
+    executor->Close();
+  }
+}
+
 TEST_F(WispDownloadExecutorTest, LiveOpenTimesOutWithGdtoAndTheTimedOutFlag) {
   LogCapture log;
   config_->Set("http_downloader_kit", "live_open_timeout", "200");
@@ -131,6 +159,8 @@ TEST_F(WispDownloadExecutorTest, StalledOriginEndsTheReadAtTheReadTimeout) {
   EXPECT_EQ(SubCodeTag(stalled.subCode), "GDTO");
   EXPECT_EQ(stalled.bytes, 0u);
   EXPECT_EQ(executor->GetInfo("is_timeout"), "1");
+  EXPECT_EQ(executor->GetInfo("error_kind"), "timeout");
+  EXPECT_EQ(executor->GetInfo("error_message"), "timed out after 300 ms waiting for data");
   EXPECT_TRUE(log.Contains("error?? "));
   executor->Close();
 }

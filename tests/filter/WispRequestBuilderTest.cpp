@@ -88,5 +88,41 @@ TEST_F(WispRequestBuilderTest, HeadersPassedInTheUriTextAreAdded) {
   EXPECT_FALSE(Build("http://cdn/a.ts", {}, "Referer:r").speedUp);
 }
 
+TEST_F(WispRequestBuilderTest, HeaderTextWithALineBreakRefusesTheRequest) {
+  // Without the refusal the second line would become a header of its own.
+  for (const char* text : {"Referer:r\r\nX-Injected:1", "Referer:r\nX-Injected:1", "X-A:1&Referer:r\r"}) {
+    WispRequest request = Build("http://cdn/a.ts", {}, text);
+    EXPECT_NE(request.refusal, "") << text;
+    EXPECT_FALSE(request.options.GetHeaders().Has("X-Injected")) << text;
+  }
+  EXPECT_EQ(Build("http://cdn/a.ts", {}, "Referer:r").refusal, "");
+}
+
+TEST_F(WispRequestBuilderTest, TransportSettingsReachTheRequest) {
+  using namespace wisp::http::option;
+  WispRequest plain = Build("https://cdn/a.ts");
+  EXPECT_FALSE(plain.options.Has(kProxy));
+  EXPECT_FALSE(plain.options.Has(kCaFile));
+  EXPECT_FALSE(plain.options.Has(kTlsVerify)) << "certificates are checked unless the host says otherwise";
+  EXPECT_FALSE(plain.options.GetHeaders().Has("User-Agent"));
+
+  config_->Set("http_downloader_kit", "proxy", "proxy.lan:3128");
+  config_->Set("http_downloader_kit", "ca_file", "/etc/ca.pem");
+  config_->Set("http_downloader_kit", "tls_insecure", "yes");  // only "true" or "1" turns checks off
+  config_->Set("http_downloader_kit", "user_agent", "player/2");
+  WispRequest set = Build("https://cdn/a.ts");
+  EXPECT_EQ(set.options.Get(kProxy), "proxy.lan:3128");
+  EXPECT_EQ(set.options.Get(kCaFile), "/etc/ca.pem");
+  EXPECT_FALSE(set.options.Has(kTlsVerify));
+  EXPECT_EQ(set.options.GetHeaders().Get("User-Agent"), "player/2");
+
+  config_->Set("http_downloader_kit", "tls_insecure", "true");
+  EXPECT_EQ(Build("https://cdn/a.ts").options.Get(kTlsVerify), "0");
+  // The request's own header text wins over the setting.
+  WispRequest own = Build("https://cdn/a.ts", {}, "User-Agent:mine");
+  EXPECT_EQ(own.options.GetHeaders().Get("User-Agent"), "mine");
+  EXPECT_EQ(own.options.GetHeaders().Fields().size(), 1u);
+}
+
 }  // namespace
 }  // namespace downloader

@@ -82,6 +82,8 @@ DLResultCode FakeExecutor::Close() {
 std::string FakeExecutor::GetInfo(const std::string& key) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (key == "downloaded_size") return std::to_string(offset_);
+  if (key == "error_message") return script_.reason;
+  if (key == "error_kind") return script_.reason.empty() ? std::string() : "fake";
   return std::string();
 }
 

@@ -40,6 +40,8 @@ struct FakeScript {
   uint64_t maxRead = 4096;
   // Open blocks until the executor is closed, then fails.
   bool openBlocks = false;
+  // What the executor answers for "error_message" ("error_kind" is then "fake").
+  std::string reason;
 };
 
 class FakeFilter;

@@ -127,14 +127,22 @@ TEST_F(RetryableStreamTest, OpenWalksDownTheMaskToTheFirstLevelThatOpens) {
 }
 
 TEST_F(RetryableStreamTest, FailedOpenEverywhereEndsAndAnswersTheLastExecutorFailure) {
+  FakeScript earlier = Serving(content_);
+  earlier.open = DLResultCode(1, dltest::kFakeOpenFailure);
+  earlier.reason = "earlier level";
+  pcdn_.SetScript(earlier);
   FakeScript notFound = Serving(content_);
   notFound.open = DLResultCode(1, kH404);
+  notFound.reason = "HTTP 404";
   local_.SetScript(notFound);
   auto stream = Acquire();
   DLResultCode result = stream->Open(Request());
   EXPECT_EQ(result.code, 1);
   EXPECT_EQ(result.subCode, kH404);  // not the HTTP filter's later refusal
   EXPECT_EQ(http_.asked(), 1);
+  EXPECT_EQ(stream->GetInfo("error_message"), "HTTP 404") << "the reason goes with the failure answered";
+  EXPECT_EQ(stream->GetInfo("error_kind"), "fake");
+  pcdn_.SetScript(Refusing());
 
   local_.SetScript(Refusing());
   auto refused = Acquire();
@@ -259,6 +267,7 @@ TEST_F(RetryableStreamTest, PcdnOnlyRequestsNeverLeaveTheirLevel) {
 TEST_F(RetryableStreamTest, ForbiddenReadDowngradesHandTheFailureToThePlayer) {
   FakeScript failing = Serving(content_);
   failing.failAt = 2000;
+  failing.reason = "connection lost";
   pcdn_.SetScript(failing);
   local_.SetScript(Serving(content_));
   auto stream = Acquire();
@@ -267,6 +276,7 @@ TEST_F(RetryableStreamTest, ForbiddenReadDowngradesHandTheFailureToThePlayer) {
   EXPECT_EQ(ReadAll(*stream, &last).size(), 2000u);
   EXPECT_EQ(last.code, 1);
   EXPECT_TRUE(local_.openOffsets().empty());
+  EXPECT_EQ(stream->GetInfo("error_message"), "connection lost") << "the reason of the failed read";
 
   // Live PCDN reads do not downgrade by default either.
   auto live = Acquire();

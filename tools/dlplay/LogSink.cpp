@@ -9,21 +9,24 @@ namespace {
 std::mutex g_mutex;
 // Guarded by g_mutex.
 FILE* g_file = nullptr;
+int g_stderrLevel = DL_LOG_ERROR;
 
 void OnLine(int level, const char* line) {
   std::lock_guard<std::mutex> lock(g_mutex);
   if (g_file != nullptr) {
     std::fputs(line, g_file);
-  } else if (level >= DL_LOG_ERROR) {
+  } else if (level >= g_stderrLevel) {
     std::fputs(line, stderr);
   }
 }
 
 }  // namespace
 
-bool LogSink::Install(const std::string& path, std::string* error) {
+bool LogSink::Install(const std::string& path, bool verbose, std::string* error) {
+  const int stderrLevel = verbose ? DL_LOG_DEBUG : DL_LOG_ERROR;
   {
     std::lock_guard<std::mutex> lock(g_mutex);
+    g_stderrLevel = stderrLevel;
     if (!path.empty()) {
       g_file = std::fopen(path.c_str(), "w");
       if (g_file == nullptr) {
@@ -33,7 +36,7 @@ bool LogSink::Install(const std::string& path, std::string* error) {
     }
   }
   dl_set_quill_callback(&OnLine);
-  dl_set_log_level(path.empty() ? DL_LOG_ERROR : DL_LOG_DEBUG);
+  dl_set_log_level(path.empty() ? stderrLevel : DL_LOG_DEBUG);
   return true;
 }
 

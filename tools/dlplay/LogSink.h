@@ -12,9 +12,9 @@ namespace dlplay {
 
 class LogSink {
  public:
-  // Registers the library's line callback; an empty path logs warnings and
-  // stderr. False when the file cannot be opened.
-  static bool Install(const std::string& path, std::string* error);
+  // Registers the library's line callback; an empty path logs errors on
+  // stderr, or every line with `verbose`. False when the file cannot be opened.
+  static bool Install(const std::string& path, bool verbose, std::string* error);
   static void Uninstall();
   static void Write(const std::string& line);
 };

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "ExitStatus.h"
+
 namespace dlplay {
 namespace {
 
@@ -98,7 +100,7 @@ std::string UsageText() {
          "                         play otherwise runs to #EXT-X-ENDLIST; SIGINT/SIGTERM stop any\n"
          "                         play; the summary is printed either way)\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
-         "  --help                 this text\n";
+         + NetworkUsageText() + "  --help                 this text\n\n" + ExitStatusText();
 }
 
 std::string DefaultCacheDir() {
@@ -119,6 +121,9 @@ ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, s
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--help" || arg == "-h") return ParseOutcome::kHelp;
+    const NetworkParse network = ParseNetworkOption(argc, argv, &i, &options->network, error);
+    if (network == NetworkParse::kError) return ParseOutcome::kError;
+    if (network == NetworkParse::kTaken) continue;
     if (arg == "-o") arg = "--out";
     if (arg == "--no-cache") {
       options->useCache = false;

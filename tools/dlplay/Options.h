@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "LiveSchedule.h"
+#include "NetworkOptions.h"
 
 namespace dlplay {
 
@@ -44,6 +45,9 @@ struct Options {
   bool MediaOnStdout() const { return outPath == kStdoutPath || outPath == kStdoutDevice; }
   static constexpr char kStdoutPath[] = "-";
   static constexpr char kStdoutDevice[] = "/dev/stdout";
+
+  // -H, -A, -x, --cacert, -k, -s, -v.
+  NetworkOptions network;
 };
 
 enum class ParseOutcome { kRun, kHelp, kError };

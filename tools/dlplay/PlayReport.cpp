@@ -8,6 +8,8 @@
 
 #include <downloader/downloader.h>
 
+#include "ExitStatus.h"
+
 namespace dlplay {
 namespace {
 
@@ -44,7 +46,19 @@ std::string RequestReport::ToJson() const {
   object["sha256"] = sha256;
   object["ms"] = ms;
   object["cache_hit"] = cacheHit;
+  object["error_kind"] = errorKind;
+  object["error_message"] = errorMessage;
   return object.dump();
+}
+
+std::string RequestReport::FailureLine() const {
+  const std::string path = url.substr(0, url.find_first_of("?#"));
+  std::string line = path.substr(path.find_last_of('/') + 1);
+  if (line.empty()) line = url;
+  const std::string tag = downloader::SubCodeTag(subCode);
+  line += ": " + (tag.empty() ? std::to_string(subCode) : tag);
+  if (!errorMessage.empty()) line += ": " + errorMessage;
+  return line;
 }
 
 std::vector<int> ParseLevelTrail(const std::string& trail) {
@@ -61,10 +75,12 @@ void PlaySummary::Add(const RequestReport& report) {
   ++requests_;
   bytes_ += report.bytes;
   downgrades_ += report.downgrades;
-  if (report.code != 0) ++failures_;
+  if (report.code != 0 && failures_++ == 0) firstFailureStatus_ = ExitStatusFor(report.errorKind, report.subCode);
   if (report.cacheHit) ++cacheHits_;
   if (report.level >= 0) bytesPerLevel_[report.level] += report.bytes;
 }
+
+int PlaySummary::ExitStatus() const { return firstFailureStatus_; }
 
 double PlaySummary::MeanSpeedMiBps() const {
   if (milliseconds_ <= 0) return 0;

@@ -14,6 +14,9 @@
 //   sha256     hex SHA-256 of the bytes read
 //   ms         milliseconds from open to close
 //   cache_hit  true when the disk cache served the request
+//   error_kind     the failure's class as the library names it ("dns failure",
+//                  "tls failure", "http status", "timeout", ...), "" on success
+//   error_message  why it failed, in words ("HTTP 401"), "" on success
 #ifndef TOOLS_DLPLAY_PLAYREPORT_H_
 #define TOOLS_DLPLAY_PLAYREPORT_H_
 
@@ -36,8 +39,12 @@ struct RequestReport {
   int64_t ms = 0;
   bool cacheHit = false;
   int downgrades = 0;
+  std::string errorKind;
+  std::string errorMessage;
 
   std::string ToJson() const;
+  // "seg3.ts: H4XX: could not resolve host 'x'": the line a failure prints.
+  std::string FailureLine() const;
 };
 
 // "0>1>4" as the stream's level tracker writes it.
@@ -58,6 +65,8 @@ class PlaySummary {
   int64_t milliseconds() const { return milliseconds_; }
   const std::map<int, uint64_t>& bytesPerLevel() const { return bytesPerLevel_; }
   double MeanSpeedMiBps() const;
+  // 0 with no failure, else the exit status of the first failed request.
+  int ExitStatus() const;
 
   // Rows of "name value" lines, for one play or two side by side.
   std::vector<std::pair<std::string, std::string>> Rows() const;
@@ -73,6 +82,7 @@ class PlaySummary {
   int downgrades_ = 0;
   int64_t milliseconds_ = 0;
   std::map<int, uint64_t> bytesPerLevel_;
+  int firstFailureStatus_ = 0;
 };
 
 }  // namespace dlplay

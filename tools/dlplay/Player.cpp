@@ -165,6 +165,7 @@ bool Player::PlayMedia(const std::vector<HlsSegment>& segments, PlaySummary* sum
     if (segment.key.method == HlsKey::Method::kUnsupported) {
       *error = segment.uri + " is encrypted with METHOD=" + segment.key.methodName +
                ", which dlplay cannot decrypt (refused before writing it)";
+      playFailureStatus_ = kExitUnsupportedStream;
       return false;
     }
   }
@@ -309,6 +310,7 @@ Player::OpenRequest Player::Open(const std::string& url, int64_t rangeStart, int
   if (rangeStart >= 0) builder.params["range_start"] = std::to_string(rangeStart);
   if (rangeEnd >= 0) builder.params["range_end"] = std::to_string(rangeEnd);
   if (live_) builder.params["is_live"] = kTrue;
+  builder.SetHttpHeader(RequestHeaderText(options_.network));
   std::shared_ptr<downloader::URI> uri = builder.SetUrl(url).Build();
 
   OpenRequest request;
@@ -401,6 +403,10 @@ void Player::DescribeLevels(downloader::IStream& stream, RequestReport* report) 
   report->downgrades = served.empty() ? 0 : static_cast<int>(served.size()) - 1;
   report->executor = stream.GetInfo("executor");
   report->cacheHit = report->code == 0 && report->level == kDLLevelCache;
+  if (report->code != 0) {
+    report->errorKind = stream.GetInfo("error_kind");
+    report->errorMessage = stream.GetInfo("error_message");
+  }
 }
 
 bool Player::FinishCacheWrites() {
@@ -409,6 +415,7 @@ bool Player::FinishCacheWrites() {
 
 void Player::Record(const RequestReport& report, PlaySummary* summary) {
   summary->Add(report);
+  if (report.code != 0) progress_.PrintLine("dlplay: " + report.FailureLine());
   if (jsonOut_ != nullptr) *jsonOut_ << report.ToJson() << std::endl;
 }
 

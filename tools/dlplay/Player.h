@@ -30,6 +30,7 @@
 #include <downloader/downloader.h>
 
 #include "AesCbcDecryptor.h"
+#include "ExitStatus.h"
 #include "HlsPlaylist.h"
 #include "Options.h"
 #include "PlayReport.h"
@@ -63,6 +64,10 @@ class Player {
   // have closed; a host that exits at once would lose the last segment's
   // bytes. Waits for them, up to a bound; false when they did not finish.
   static bool FinishCacheWrites();
+
+  // The exit status of a play that Play() ended without a failed request (a
+  // stream refused as unplayable, a playlist that does not parse).
+  int PlayFailureStatus() const { return playFailureStatus_; }
 
  private:
   struct Fetch {
@@ -120,6 +125,7 @@ class Player {
   // A live playlist's requests carry the library's live parameter.
   bool live_ = false;
   int segmentsPlayed_ = 0;
+  int playFailureStatus_ = kExitFailure;
   std::map<std::string, AesBlock> keys_;      // by key URI
   std::map<HlsMap, std::string> mapBodies_;  // fetched maps
   HlsMap writtenMap_;

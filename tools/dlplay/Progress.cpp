@@ -63,6 +63,11 @@ void Progress::EndRequest(uint64_t requestBytes, int level, int code, const std:
                code == 0 ? "" : subTag.c_str());
 }
 
+void Progress::PrintLine(const std::string& line) {
+  if (!quiet_ && terminal_) std::fputs("\r\033[K", stderr);
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
+
 void Progress::Finish() {
   if (!quiet_ && terminal_) std::fputs("\n", stderr);
 }

@@ -25,6 +25,8 @@ class Progress {
   bool RedrawDue() const;
   void EndRequest(uint64_t requestBytes, int level, int code, const std::string& subTag);
   void Finish();
+  // A line of its own on stderr, even when quiet (errors), clear of the bar.
+  void PrintLine(const std::string& line);
 
  private:
   void Draw(uint64_t requestBytes, int level, bool force);

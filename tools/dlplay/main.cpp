@@ -13,6 +13,7 @@
 #include <downloader/downloader.h>
 
 #include "Demo.h"
+#include "ExitStatus.h"
 #include "IniConfig.h"
 #include "LogSink.h"
 #include "Options.h"
@@ -21,7 +22,7 @@
 
 namespace {
 
-constexpr int kExitUsage = 2;
+using dlplay::kExitUsage;
 constexpr int32_t kConfigId = 0;
 
 // Set by SIGINT/SIGTERM: the play stops where it is and still prints its summary.
@@ -43,6 +44,7 @@ std::shared_ptr<dlplay::IniConfig> LoadConfig(const dlplay::Options& options, st
   // A cache that is named is written to; the file and --set may still turn it off.
   config->Set("downloader_config", "enable_segment_writer", options.useCache ? "true" : "false");
   if (!options.configFile.empty() && !config->LoadFile(options.configFile, error)) return nullptr;
+  dlplay::ApplyNetworkSettings(options.network, config.get());
   for (const auto& setting : options.settings) {
     config->Set(setting.first, setting.second.first, setting.second.second);
   }
@@ -75,17 +77,23 @@ int PlayUrl(const dlplay::Options& options, const std::shared_ptr<dlplay::IniCon
   dlplay::PlaySummary summary;
   std::string error;
   bool played;
+  int playFailureStatus;
   {
-    dlplay::Player player(options, config, std::make_shared<dlplay::LogReporter>(), jsonOut, false);
+    dlplay::Player player(options, config, std::make_shared<dlplay::LogReporter>(), jsonOut,
+                          options.network.silent);
     player.SetStopFlag(&stopRequested);
     played = player.Play(options.url, &summary, &error);
+    playFailureStatus = player.PlayFailureStatus();
   }
   if (!played) std::fprintf(stderr, "dlplay: %s\n", error.c_str());
   if (options.useCache && !dlplay::Player::FinishCacheWrites()) {
     std::fprintf(stderr, "dlplay: the cache's last writes did not finish; the next play may miss them\n");
   }
-  std::fputs(dlplay::PlaySummary::Format("summary", summary).c_str(), stdoutTaken ? stderr : stdout);
-  return played && summary.failures() == 0 ? 0 : 1;
+  if (!options.network.silent) {
+    std::fputs(dlplay::PlaySummary::Format("summary", summary).c_str(), stdoutTaken ? stderr : stdout);
+  }
+  if (!played && summary.failures() == 0) return playFailureStatus;
+  return summary.ExitStatus();
 }
 
 }  // namespace
@@ -104,9 +112,14 @@ int main(int argc, char** argv) {
       break;
   }
   std::shared_ptr<dlplay::IniConfig> config = LoadConfig(options, &error);
-  if (!config || !dlplay::LogSink::Install(options.logFile, &error) || !MapEngine(options.enginePath, &error)) {
+  if (!config || !dlplay::LogSink::Install(options.logFile, options.network.verbose, &error) ||
+      !MapEngine(options.enginePath, &error)) {
     std::fprintf(stderr, "dlplay: %s\n", error.c_str());
     return kExitUsage;
+  }
+  if (options.network.insecure) {
+    std::fprintf(stderr, "dlplay: warning: -k: server certificates are not checked; "
+                         "anyone on the path could have served these bytes\n");
   }
   downloader::DownloadManager& manager = downloader::DownloadManager::GetInstance();
   manager.AddNewConfig(config, kConfigId);

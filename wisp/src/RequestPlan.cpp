@@ -72,6 +72,26 @@ bool SplitUrl(RequestPlan* spec) {
   return spec->pathAndQuery.find_first_of(" \r\n") == std::string::npos;
 }
 
+bool IsOff(std::string_view text) { return text == "0" || text == "false"; }
+
+// Fills the proxy fields from the option's text; false when it names none.
+bool ParseProxy(std::string_view text, RequestPlan* spec) {
+  text = Trim(text);
+  if (text.empty()) return true;
+  if (text == http::option::kProxyDirect) {
+    spec->directOnly = true;
+    return true;
+  }
+  constexpr std::string_view kHttp = "http://";
+  if (StartsWithNoCase(text, kHttp)) text.remove_prefix(kHttp.size());
+  if (!text.empty() && text.back() == '/') text.remove_suffix(1);
+  std::string host;
+  int32_t port = 0;
+  if (text.find_first_of("/@") != std::string_view::npos || !SplitHostPort(text, &host, &port)) return false;
+  spec->proxy = host + ":" + std::to_string(port != 0 ? port : 80);
+  return true;
+}
+
 }  // namespace
 
 RequestPlan RequestPlan::FromOptions(http::RequestType type, const http::Options& options) {
@@ -97,6 +117,12 @@ RequestPlan RequestPlan::FromOptions(http::RequestType type, const http::Options
       !SplitHostPort(Trim(hostOption), &spec.connectHost, &spec.connectPort)) {
     spec.invalid = Invalid("bad host option: " + hostOption);
   }
+  const std::string proxyOption = options.Get(option::kProxy);
+  if (!ParseProxy(proxyOption, &spec) && !spec.invalid.IsError()) {
+    spec.invalid = Invalid("bad proxy option: " + proxyOption + " (want host:port or http://host:port)");
+  }
+  spec.caFile = options.Get(option::kCaFile);
+  spec.verifyTls = !IsOff(Trim(options.Get(option::kTlsVerify)));
   if (spec.headers.Has(http::Range::kHeaderName)) {
     spec.hasRange = http::Range::Parse(spec.headers.Get(http::Range::kHeaderName), &spec.range);
     // A range whose answer cannot be checked could deliver bytes at a wrong offset.

@@ -40,6 +40,13 @@ struct RequestPlan {
   std::string connectHost;
   int32_t connectPort = 0;
   std::string traceUrl;
+  // "host:port" of the proxy; empty = the backend's default. `directOnly`:
+  // no proxy at all, whatever the system says.
+  std::string proxy;
+  bool directOnly = false;
+  // "" = the system's authorities.
+  std::string caFile;
+  bool verifyTls = true;
 
   // The Range header of `headers`, when there is one.
   bool hasRange = false;

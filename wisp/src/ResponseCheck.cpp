@@ -1,5 +1,6 @@
 #include "ResponseCheck.h"
 
+#include "ErrorText.h"
 #include "TextUtil.h"
 
 #include <utility>
@@ -85,8 +86,8 @@ ResponseVerdict CheckResponse(const RequestPlan& spec, int32_t status, http::Hea
                               std::string effectiveUrl, std::string serverAddress) {
   ResponseVerdict verdict;
   if (!IsSuccess(status)) {
-    verdict.error = Failure(ErrorKind::kHttpStatus, status, headers.Get(kErrorCodeHeader),
-                            "HTTP status " + std::to_string(status));
+    verdict.error = StatusFailure(status);
+    verdict.error.detail = headers.Get(kErrorCodeHeader);
     return verdict;
   }
   http::Response::Fields fields;

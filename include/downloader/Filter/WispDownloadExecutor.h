@@ -12,7 +12,13 @@
 //
 // Edge cases:
 // - A failed Open or Read answers code 1 with the four-character code of the
-//   failure (H404, C605, GDTO, ...; see HttpErrorCode.h).
+//   failure (H404, C605, GDTO, ...; see HttpErrorCode.h); GetInfo("error_message")
+//   then says why in words ("could not resolve host 'x'", "HTTP 401",
+//   "timed out after 5000 ms waiting for data"), "" while nothing failed, and
+//   GetInfo("error_kind") names its class as the network library does ("dns
+//   failure", "connect failure", "tls failure", "http status", "timeout", ...).
+// - Header text of the URI carrying CR or LF is refused: no request is sent,
+//   the open fails with HHDR and the reason says so.
 // - Read with nothing queued waits in 100 ms steps up to "read_timeout"
 //   (default 5000 ms), then answers GDTO and marks the executor timed out.
 //   With "fast_read_duration" above 0 it answers (0, 0 bytes) at once instead.
@@ -148,6 +154,11 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   void RefreshRecord();
   int64_t CurrentSpeedLocked() const;
   std::string PlayerEventText();
+  // GetInfo("error_message") and GetInfo("error_kind"). Caller holds mutex_.
+  std::string FailureReasonLocked() const;
+  std::string FailureKindLocked() const;
+  // The sub-code of the current failure, 0 for none. Caller holds mutex_.
+  int64_t FailureSubCodeLocked() const;
   void HashDump();
   void ReportLastInfo();
 
@@ -176,6 +187,10 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   std::shared_ptr<wisp::http::IRequestCall> call_;
   std::shared_ptr<wisp::http::Response> response_;
   wisp::http::Error error_;
+  // The last read ran out of "read_timeout" with no error from the network.
+  bool readTimedOut_ = false;
+  // The current request was not sent: its header text carries CR or LF.
+  bool headerRefused_ = false;
   std::shared_ptr<BufferQueue> queue_;
   std::string requestUrl_;
   int64_t requestStart_ = 0;      // offset of the current call's first byte

@@ -1,5 +1,6 @@
 #include "curl/CurlCall.h"
 
+#include "ErrorText.h"
 #include "ResponseCheck.h"
 #include "TextUtil.h"
 #include "curl/CurlTransport.h"
@@ -9,6 +10,9 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace wisp {
@@ -62,12 +66,63 @@ ErrorKind KindOf(CURLcode code) {
   }
 }
 
-http::Error ErrorOf(CURLcode code, const char* errorText) {
+std::string LowerFirst(std::string text) {
+  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+// The certificate problem in libcurl's error text, without its wording around it.
+std::string CertificateProblem(const std::string& errorText) {
+  constexpr std::string_view kPrefix = "SSL certificate problem: ";
+  if (errorText.compare(0, kPrefix.size(), kPrefix) == 0) return errorText.substr(kPrefix.size());
+  return errorText;
+}
+
+// The host libcurl connects to for this request: the proxy when there is one.
+void ConnectTarget(const RequestPlan& spec, std::string* host, int32_t* port) {
+  if (!spec.proxy.empty()) {
+    const size_t colon = spec.proxy.rfind(':');
+    *host = spec.proxy.substr(0, colon);
+    *port = std::atoi(spec.proxy.c_str() + colon + 1);
+  } else {
+    *host = spec.connectHost.empty() ? spec.host : spec.connectHost;
+    *port = spec.connectPort != 0 ? spec.connectPort : spec.port;
+  }
+}
+
+http::Error ErrorOf(CURLcode code, const std::string& errorText, long osErrno, const RequestPlan& spec) {
   http::Error error;
-  error.kind = KindOf(code);
+  std::string host;
+  int32_t port = 0;
+  switch (code) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+      error = DnsFailure(spec.connectHost.empty() ? spec.host : spec.connectHost, false);
+      break;
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      ConnectTarget(spec, &host, &port);
+      error = DnsFailure(host, true);
+      break;
+    case CURLE_COULDNT_CONNECT:
+      ConnectTarget(spec, &host, &port);
+      error = ConnectFailure(osErrno != 0 ? LowerFirst(std::strerror(static_cast<int>(osErrno))) : "", host, port);
+      break;
+    case CURLE_PEER_FAILED_VERIFICATION:
+      error = CertificateFailure(CertificateProblem(errorText));
+      break;
+    case CURLE_SSL_CACERT_BADFILE:
+      error = TlsFailure("cannot use the CA file '" + spec.caFile + "'");
+      break;
+    case CURLE_OPERATION_TIMEDOUT:
+      error = OpenTimeout(spec.openTimeoutMs);
+      break;
+    default:
+      error.kind = KindOf(code);
+      error.message = curl_easy_strerror(code);
+      if (!errorText.empty()) error.message += ": " + errorText;
+      if (error.kind == ErrorKind::kTlsFailure) error = TlsFailure(error.message);
+      break;
+  }
   error.detail = std::to_string(static_cast<int>(code));
-  error.message = curl_easy_strerror(code);
-  if (errorText[0] != '\0') error.message += std::string(": ") + errorText;
   return error;
 }
 
@@ -128,8 +183,12 @@ bool CurlCall::SetUpHandle() {
   curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
   curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, static_cast<long>(RequestPlan::kMaxRedirects));
   curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-  curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
-  curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
+  curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, spec.verifyTls ? 1L : 0L);
+  curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, spec.verifyTls ? 2L : 0L);
+  if (!spec.caFile.empty()) curl_easy_setopt(easy_, CURLOPT_CAINFO, spec.caFile.c_str());
+  // Without either, libcurl's default stands: the proxy environment variables.
+  if (spec.directOnly) curl_easy_setopt(easy_, CURLOPT_PROXY, "");
+  if (!spec.proxy.empty()) curl_easy_setopt(easy_, CURLOPT_PROXY, spec.proxy.c_str());
   curl_easy_setopt(easy_, CURLOPT_TCP_KEEPALIVE, 1L);
   curl_easy_setopt(easy_, CURLOPT_USERAGENT, kUserAgent);
   curl_easy_setopt(easy_, CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
@@ -229,7 +288,9 @@ void CurlCall::OnTransferDone(CURLcode result) {
   } else if (pendingError_.IsError()) {
     Fail(pendingError_);
   } else if (result != CURLE_OK) {
-    FailOrRetry(ErrorOf(result, errorText_));
+    long osErrno = 0;
+    curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osErrno);
+    FailOrRetry(ErrorOf(result, errorText_, osErrno, Spec()));
   } else if (!headersDone_) {
     http::Error error;
     error.kind = ErrorKind::kInternal;
@@ -265,15 +326,11 @@ CurlCall::Clock::time_point CurlCall::NextDeadline() const {
 void CurlCall::CheckDeadlines(Clock::time_point now) {
   std::shared_ptr<CurlCall> self = Self();
   const RequestPlan& spec = Spec();
-  http::Error timeout;
-  timeout.kind = ErrorKind::kTimeout;
   if (!Responded() && now >= OpenDeadline()) {
-    timeout.message = "no response within " + std::to_string(spec.openTimeoutMs) + " ms";
-    Fail(timeout);
+    Fail(OpenTimeout(spec.openTimeoutMs));
   } else if (Responded() && !pausedOnNetwork_ && spec.stallTimeoutMs > 0 &&
              now >= lastProgress_ + std::chrono::milliseconds(spec.stallTimeoutMs)) {
-    timeout.message = "no body byte for " + std::to_string(spec.stallTimeoutMs) + " ms";
-    Fail(timeout);
+    Fail(StallTimeout(spec.stallTimeoutMs));
   } else if (stage_ == Stage::kBetweenAttempts && now >= RetryAt()) {
     ReportPhase(http::StatusPhase::kRetrying, RetriesUsed());
     if (!Silenced()) StartAttempt();

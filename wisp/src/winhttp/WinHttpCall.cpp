@@ -1,5 +1,6 @@
 #include "winhttp/WinHttpCall.h"
 
+#include "ErrorText.h"
 #include "ResponseCheck.h"
 #include "winhttp/WinHttpTransport.h"
 
@@ -77,12 +78,39 @@ http::Error Failure(ErrorKind kind, std::string message) {
   return error;
 }
 
+// What WinHTTP's secure-failure flags say of the server's certificate.
+std::string CertificateProblem(DWORD flags) {
+  if (flags & WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA) return "unknown or untrusted certificate authority";
+  if (flags & WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID) return "the name does not match the host";
+  if (flags & WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID) return "the certificate has expired or is not yet valid";
+  if (flags & WINHTTP_CALLBACK_STATUS_FLAG_CERT_REVOKED) return "the certificate was revoked";
+  if (flags & WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CERT) return "invalid certificate";
+  return std::string();
+}
+
 // A failed WinHTTP call; a TLS problem reported before it decides the kind.
-http::Error ErrorOf(DWORD code, DWORD secureFailureFlags) {
-  http::Error error = Failure(KindOf(code), "WinHTTP error " + std::to_string(code));
+http::Error ErrorOf(DWORD code, DWORD secureFailureFlags, const RequestPlan& spec) {
+  const bool elsewhere = !spec.connectHost.empty();
+  const std::string host = elsewhere ? spec.connectHost : spec.host;
+  const int32_t port = elsewhere && spec.connectPort != 0 ? spec.connectPort : spec.port;
+  http::Error error;
   if (secureFailureFlags != 0) {
-    error.kind = ErrorKind::kTlsFailure;
-    error.message += ", secure failure flags " + std::to_string(secureFailureFlags);
+    const std::string problem = CertificateProblem(secureFailureFlags);
+    error = problem.empty() ? TlsFailure("secure failure flags " + std::to_string(secureFailureFlags))
+                            : CertificateFailure(problem);
+  } else if (code == ERROR_WINHTTP_NAME_NOT_RESOLVED) {
+    // WinHTTP does not say which name it could not resolve.
+    error = DnsFailure(host, false);
+    if (!spec.proxy.empty()) error.message += " or proxy '" + spec.proxy + "'";
+  } else if (code == ERROR_WINHTTP_CANNOT_CONNECT) {
+    // WinHTTP does not tell a refusal from an unreachable host.
+    error = spec.proxy.empty() ? ConnectFailure("connection refused or host unreachable", host, port)
+                               : ConnectFailure("cannot connect to the proxy", spec.proxy, 0);
+  } else if (code == ERROR_WINHTTP_TIMEOUT) {
+    error = OpenTimeout(spec.openTimeoutMs);
+  } else {
+    error = Failure(KindOf(code), "WinHTTP error " + std::to_string(code));
+    if (error.kind == ErrorKind::kTlsFailure) error = TlsFailure(error.message);
   }
   error.detail = std::to_string(code);
   return error;
@@ -178,6 +206,11 @@ void WinHttpCall::Begin() {
     Fail(Spec().invalid);
     return;
   }
+  if (!Spec().caFile.empty()) {
+    Fail(Failure(ErrorKind::kInvalidRequest,
+                 "a CA file is not supported on Windows; add the authority to the system's certificate store"));
+    return;
+  }
   buffer_.resize(kReadBufferBytes);
   effectiveUrl_ = Spec().url;
   StartAttempt();
@@ -191,13 +224,13 @@ void WinHttpCall::StartAttempt() {
   bodyBytes_ = 0;
   attemptStart_ = Clock::now();
   if (!OpenRequest()) {
-    Fail(ErrorOf(GetLastError(), 0));
+    Fail(ErrorOf(GetLastError(), 0, Spec()));
     return;
   }
   stage_ = Stage::kTransferring;
   DWORD_PTR context = reinterpret_cast<DWORD_PTR>(this);
   if (!WinHttpSendRequest(request_, WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, context)) {
-    FailOrRetry(ErrorOf(GetLastError(), secureFailureFlags_));
+    FailOrRetry(ErrorOf(GetLastError(), secureFailureFlags_, Spec()));
   }
 }
 
@@ -226,6 +259,8 @@ bool WinHttpCall::OpenRequest() {
   WinHttpSetTimeouts(request_, kInfiniteTimeout, openTimeout, openTimeout, openTimeout);
   WinHttpSetOption(request_, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &openTimeout, sizeof(openTimeout));
 
+  if (!ApplyProxyAndTls()) return false;
+
   std::string headerLines;
   for (const http::Headers::Field& field : spec.headers.Fields()) {
     headerLines += field.first + ": " + field.second + "\r\n";
@@ -237,6 +272,25 @@ bool WinHttpCall::OpenRequest() {
   return headerLines.empty() ||
          WinHttpAddRequestHeaders(request_, Wide(headerLines).c_str(), static_cast<DWORD>(-1),
                                   WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_REPLACE);
+}
+
+bool WinHttpCall::ApplyProxyAndTls() {
+  const RequestPlan& spec = Spec();
+  // Without either, the session's default stands: the system's WinHTTP proxy setting.
+  if (spec.directOnly || !spec.proxy.empty()) {
+    std::wstring proxy = Wide(spec.proxy);
+    WINHTTP_PROXY_INFO info = {};
+    info.dwAccessType = spec.directOnly ? WINHTTP_ACCESS_TYPE_NO_PROXY : WINHTTP_ACCESS_TYPE_NAMED_PROXY;
+    info.lpszProxy = spec.directOnly ? WINHTTP_NO_PROXY_NAME : &proxy[0];
+    info.lpszProxyBypass = WINHTTP_NO_PROXY_BYPASS;
+    if (!WinHttpSetOption(request_, WINHTTP_OPTION_PROXY, &info, sizeof(info))) return false;
+  }
+  if (spec.secure && !spec.verifyTls) {
+    DWORD ignore = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
+                   SECURITY_FLAG_IGNORE_CERT_DATE_INVALID | SECURITY_FLAG_IGNORE_CERT_WRONG_USAGE;
+    if (!WinHttpSetOption(request_, WINHTTP_OPTION_SECURITY_FLAGS, &ignore, sizeof(ignore))) return false;
+  }
+  return true;
 }
 
 void WinHttpCall::CloseHandles() {
@@ -299,7 +353,7 @@ void WinHttpCall::OnEvent(const WinHttpEvent& event) {
       secureFailureFlags_ = event.error;
       break;
     case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
-      if (!WinHttpReceiveResponse(request_, nullptr)) FailOrRetry(ErrorOf(GetLastError(), secureFailureFlags_));
+      if (!WinHttpReceiveResponse(request_, nullptr)) FailOrRetry(ErrorOf(GetLastError(), secureFailureFlags_, Spec()));
       break;
     case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
       OnHeadersAvailable();
@@ -312,7 +366,7 @@ void WinHttpCall::OnEvent(const WinHttpEvent& event) {
       break;
     case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
       readPending_ = false;
-      FailOrRetry(ErrorOf(event.error, secureFailureFlags_));
+      FailOrRetry(ErrorOf(event.error, secureFailureFlags_, Spec()));
       break;
     default:
       break;
@@ -369,7 +423,7 @@ void WinHttpCall::ReadNext() {
   readPending_ = true;
   if (!WinHttpQueryDataAvailable(request_, nullptr)) {
     readPending_ = false;
-    Fail(ErrorOf(GetLastError(), secureFailureFlags_));
+    Fail(ErrorOf(GetLastError(), secureFailureFlags_, Spec()));
   }
 }
 
@@ -384,7 +438,7 @@ void WinHttpCall::OnDataAvailable(DWORD bytesAvailable) {
   if (limit > 0) size = static_cast<DWORD>(std::clamp<int64_t>(limit / kReadsPerSecondWhenLimited, 1, size));
   if (!WinHttpReadData(request_, buffer_.data(), size, nullptr)) {
     readPending_ = false;
-    Fail(ErrorOf(GetLastError(), secureFailureFlags_));
+    Fail(ErrorOf(GetLastError(), secureFailureFlags_, Spec()));
   }
 }
 
@@ -452,10 +506,10 @@ void WinHttpCall::CheckDeadlines(Clock::time_point now) {
   const RequestPlan& spec = Spec();
   if (stage_ == Stage::kDone) return;
   if (!Responded() && now >= OpenDeadline()) {
-    Fail(Failure(ErrorKind::kTimeout, "no response within " + std::to_string(spec.openTimeoutMs) + " ms"));
+    Fail(OpenTimeout(spec.openTimeoutMs));
   } else if (readPending_ && !IsPaused() && spec.stallTimeoutMs > 0 &&
              now >= lastProgress_ + std::chrono::milliseconds(spec.stallTimeoutMs)) {
-    Fail(Failure(ErrorKind::kTimeout, "no body byte for " + std::to_string(spec.stallTimeoutMs) + " ms"));
+    Fail(StallTimeout(spec.stallTimeoutMs));
   } else if (stage_ == Stage::kBetweenAttempts && now >= RetryAt()) {
     ReportPhase(http::StatusPhase::kRetrying, RetriesUsed());
     if (!Silenced()) StartAttempt();

@@ -60,6 +60,8 @@ class WinHttpCall : public CallBase {
   void StartAttempt();
   // Opens the connect and request handles of an attempt; false with GetLastError set.
   bool OpenRequest();
+  // Per-request proxy and certificate settings; false when WinHTTP refuses them.
+  bool ApplyProxyAndTls();
   void CloseHandles();
   void OnHeadersAvailable();
   // The body is pulled as: query what has arrived, read that, deliver it.

@@ -53,7 +53,10 @@ struct WISP_EXPORT Error {
   // Machine-readable detail: the "X-Error-Code" value for kHttpStatus, the
   // transport's own code (as text) for transport failures.
   std::string detail;
-  // Human-readable description, for logs.
+  // Why, in words a host can show its user, worded alike by both backends
+  // for the common failures: "could not resolve host 'x'", "connection
+  // refused (127.0.0.1:1)", "certificate verify failed: ...", "HTTP 401",
+  // "timed out after 5000 ms waiting for the response".
   std::string message;
 
   bool IsError() const { return kind != ErrorKind::kNone; }

@@ -43,6 +43,21 @@ constexpr const char kSpeedLimit[] = "speed_limit";
 constexpr const char kHost[] = "host";
 // The caller's trace URL; carried into MetricsInfo::traceUrl and log lines.
 constexpr const char kTraceUrl[] = "trace_url";
+// Proxy for the request: "host:port" or "http://host:port". "direct" sends
+// the request to the origin even where the system names a proxy. Absent or
+// empty: the backend's default, which on POSIX (libcurl) honours the
+// http_proxy, https_proxy, all_proxy and no_proxy environment variables, and
+// on Windows (WinHTTP) uses the system's WinHTTP proxy setting and ignores
+// those variables.
+constexpr const char kProxy[] = "proxy";
+constexpr const char kProxyDirect[] = "direct";
+// PEM file of the certificate authorities trusted for https, instead of the
+// system's. The Windows backend cannot use one: a request that names it fails
+// with kInvalidRequest there (add the authority to the system store instead).
+constexpr const char kCaFile[] = "ca_file";
+// "0" or "false" turns off the check of the server's certificate and name.
+// Anything else, or absent: checked.
+constexpr const char kTlsVerify[] = "tls_verify";
 }  // namespace option
 
 class WISP_EXPORT Options {
