@@ -60,8 +60,7 @@ unset PKG_CONFIG_PATH
 echo "--- mingw install, host under wine"
 [[ -f build/windows/bin/downloader.dll ]] || fail "build/windows has no downloader.dll (build the windows preset first)"
 winprefix=$work/windows
-cmake --install build/windows --prefix "$winprefix" --component runtime >/dev/null
-cmake --install build/windows --prefix "$winprefix" --component development >/dev/null
+cmake --install build/windows --prefix "$winprefix" >/dev/null
 [[ -f "$winprefix/bin/downloader.dll" && -f "$winprefix/lib/libdownloader.dll.a" ]] || fail "Windows layout"
 cmake -S tests/package -B "$work/winhost" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-mingw64.cmake" -DCMAKE_PREFIX_PATH="$winprefix" >/dev/null
