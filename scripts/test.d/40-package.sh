@@ -19,8 +19,8 @@ cleanup() {
 trap cleanup EXIT
 fail() { echo "package: $*" >&2; exit 1; }
 
-# The release tree of the libraries and dlplay (the demo's tree, so a machine
-# that ran scripts/run.sh builds nothing here).
+# The release tree of the libraries and dlplay (the demo's tree, so after
+# scripts/run.sh only dlorigin is left to build).
 cmake --preset dist >/dev/null
 cmake --build --preset dist -j "$jobs"
 
@@ -30,9 +30,9 @@ cmake --install build/dist --prefix "$prefix" >/dev/null
 lib=$prefix/lib
 [[ -L "$lib/libdownloader.so.$major" && -f "$lib/libdownloader.so.$version" ]] || fail "no versioned libdownloader"
 [[ -L "$lib/libwisp.so.$major" && -f "$lib/libwisp.so.$version" ]] || fail "no versioned libwisp"
-readelf -d "$lib/libdownloader.so.$version" | grep -q "SONAME.*\[libdownloader.so.$major\]" || fail "SONAME"
+readelf -d "$lib/libdownloader.so.$version" | grep "SONAME.*\[libdownloader.so.$major\]" >/dev/null || fail "SONAME"
 for binary in "$lib/libdownloader.so.$version" "$lib/libwisp.so.$version" "$prefix/bin/dlplay"; do
-  if readelf -d "$binary" | grep -E 'R(UN)?PATH' | grep -q "$root"; then
+  if readelf -d "$binary" | grep -E 'R(UN)?PATH' | grep "$root" >/dev/null; then
     fail "$binary keeps a build-tree run path"
   fi
 done
@@ -94,7 +94,7 @@ expected=(
 for file in "${expected[@]}"; do
   [[ -e "$debroot/$file" || -L "$debroot/$file" ]] || fail ".deb lacks $file"
 done
-dpkg-deb -f "$work/deb/libdownloader${major}_${version}_amd64.deb" Depends | grep -q libcurl4 ||
+dpkg-deb -f "$work/deb/libdownloader${major}_${version}_amd64.deb" Depends | grep libcurl4 >/dev/null ||
   fail "the runtime package does not depend on libcurl4"
 # What `apt-get install ./x.deb` would do here: every dependency resolves.
 apt-get install --simulate "$work"/deb/*.deb >/dev/null || fail "apt-get cannot install the .deb files"
