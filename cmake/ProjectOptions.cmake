@@ -33,13 +33,20 @@ function(dl_add_shared_library name)
   add_library(${name}_obj OBJECT ${ARG_SOURCES})
   generate_export_header(${name}_obj
     BASE_NAME ${ARG_BASE_NAME}
-    EXPORT_FILE_NAME ${CMAKE_BINARY_DIR}/include/${ARG_EXPORT_HEADER})
+    EXPORT_FILE_NAME ${PROJECT_BINARY_DIR}/include/${ARG_EXPORT_HEADER})
   string(TOUPPER ${ARG_BASE_NAME} upper)
   target_compile_definitions(${name}_obj PRIVATE ${name}_obj_EXPORTS INTERFACE ${upper}_STATIC_DEFINE)
-  target_include_directories(${name}_obj PUBLIC $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>)
+  target_include_directories(${name}_obj PUBLIC $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)
   target_link_libraries(${name}_obj PRIVATE dl_warnings)
   add_library(${name} SHARED $<TARGET_OBJECTS:${name}_obj>)
-  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>)
+  target_include_directories(${name} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  # The SONAME carries the major version: libNAME.so.0 -> libNAME.so.0.x.y.
+  set_target_properties(${name} PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    EXPORT_NAME ${name})
   if(WIN32)
     set_target_properties(${name} PROPERTIES PREFIX "")
   endif()

@@ -1,16 +1,31 @@
 #!/usr/bin/env bash
-# Installs, with apt-get, whatever the build and the tests need and the machine
-# lacks. Safe to run again: it does nothing when everything is there.
+# Installs, with apt-get, whatever the build needs and the machine lacks. Safe
+# to run again: it does nothing when everything is there.
+#
+#   deps.sh demo   the compiler and what the libraries and dlplay link with
+#   deps.sh [full] also the Windows cross build and wine, clang with its
+#                  sanitizer runtimes, the test and benchmark libraries, the
+#                  benchmark peers and the packaging tools
 set -euo pipefail
 
-packages=(
-  cmake ninja-build g++ clang libclang-rt-14-dev
-  googletest libgtest-dev libgmock-dev libbenchmark-dev
-  libcurl4-openssl-dev libcpp-httplib-dev nlohmann-json3-dev
-  g++-mingw-w64-x86-64 wine64
-  nginx curl ffmpeg gnuplot-nox python3 libssl-dev zlib1g-dev
-  openssl
+demo_packages=(
+  cmake ninja-build g++ pkg-config
+  libcurl4-openssl-dev libcpp-httplib-dev nlohmann-json3-dev libssl-dev zlib1g-dev
 )
+full_packages=(
+  "${demo_packages[@]}"
+  clang libclang-rt-14-dev
+  googletest libgtest-dev libgmock-dev libbenchmark-dev
+  g++-mingw-w64-x86-64 wine64
+  nginx curl ffmpeg gnuplot-nox python3 openssl
+  dpkg-dev file
+)
+
+case "${1:-full}" in
+  demo) packages=("${demo_packages[@]}") ;;
+  full) packages=("${full_packages[@]}") ;;
+  *) echo "usage: deps.sh [demo|full]" >&2; exit 2 ;;
+esac
 
 missing=()
 for package in "${packages[@]}"; do

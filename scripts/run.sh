@@ -1,15 +1,12 @@
 #!/usr/bin/env bash
-# Builds the library and its tools (release) and runs dlplay's demo: a synthetic
-# HLS rendition played over HTTP from a loopback origin, then again from the cache.
+# Installs what the demo needs, builds the libraries and dlplay (release, no
+# tests) and runs dlplay's demo: a synthetic HLS rendition played over HTTP from
+# a loopback origin, then again from the cache. scripts/test.sh builds and runs
+# everything else.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/deps.sh
-cmake --preset release >/dev/null
-cmake --build --preset release -j "$(nproc)"
-
-dlplay=build/release/bin/dlplay
-if [[ -x "$dlplay" ]]; then
-  exec "$dlplay" "$@"
-fi
-echo "run: the library and its tools are built under build/release; dlplay and its demo are not there yet."
+bash scripts/deps.sh demo
+cmake --preset dist >/dev/null
+cmake --build --preset dist --target dlplay -j "$(nproc)"
+exec build/dist/bin/dlplay "$@"

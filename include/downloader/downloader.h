@@ -4,6 +4,7 @@
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Utils/Logging.h>
+#include <downloader/Version.h>
 
 #include <downloader/Base/BufferChunk.h>
 #include <downloader/Base/BufferQueue.h>

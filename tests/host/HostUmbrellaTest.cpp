@@ -36,6 +36,7 @@ void OnLine(int, const char*) { ++g_lines; }
 int main() {
   dl_set_quill_callback(&OnLine);
   dl_set_log_level(DL_LOG_TRACE);
+  Check(std::strcmp(dl_version(), DOWNLOADER_VERSION_STRING) == 0, "the library's version is the header's");
 
   downloader::BufferQueue queue;
   queue.AppendData(downloader::BufferChunk::AllocBufferChunk("abc", 3));

@@ -6,7 +6,7 @@
 # Running a suite by hand: start one with scripts/dlorigin-ctl.sh and set
 # DLORIGIN_URL.
 set(DL_ORIGIN_TEST_PROPERTIES "")
-set(origin_dir ${CMAKE_BINARY_DIR}/tests/origin)
+set(origin_dir ${PROJECT_BINARY_DIR}/tests/origin)
 if(WIN32)
   set(DL_NATIVE_DLORIGIN "${PROJECT_SOURCE_DIR}/build/asan/bin/dlorigin" CACHE FILEPATH
     "A Linux dlorigin that the Windows suites under wine talk to")

@@ -99,6 +99,11 @@ int PlayUrl(const dlplay::Options& options, const std::shared_ptr<dlplay::IniCon
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The version of the library dlplay runs with, which may differ from the one it was built with.
+  if (argc == 2 && std::string(argv[1]) == "--version") {
+    std::printf("dlplay %s\n", dl_version());
+    return 0;
+  }
   dlplay::Options options;
   std::string error;
   switch (dlplay::ParseOptions(argc, argv, &options, &error)) {
