@@ -100,7 +100,8 @@ std::string UsageText() {
          "                         play otherwise runs to #EXT-X-ENDLIST; SIGINT/SIGTERM stop any\n"
          "                         play; the summary is printed either way)\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
-         + NetworkUsageText() + "  --help                 this text\n\n" + ExitStatusText();
+         + NetworkUsageText() + "  --version              the version of the library dlplay runs with\n"
+         "  --help                 this text\n\n" + ExitStatusText();
 }
 
 std::string DefaultCacheDir() {
