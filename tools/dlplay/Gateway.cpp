@@ -20,6 +20,8 @@ namespace dlplay {
 namespace {
 
 constexpr char kPlayPath[] = "/play";
+// "/play" or "/play/<name>": the name is for players that judge a URI by its extension, the query says what to fetch.
+constexpr char kPlayPattern[] = R"(/play(/[^/]*)?)";
 constexpr char kPlaylistHeader[] = "#EXTM3U";
 constexpr char kUtf8Bom[] = "\xEF\xBB\xBF";
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
@@ -80,10 +82,10 @@ Gateway::Gateway(const Options& options, std::shared_ptr<protocols::IConfigure> 
   server_->set_write_timeout(kWriteTimeoutSeconds);
   server_->set_default_headers({{"Access-Control-Allow-Origin", "*"},
                                 {"Access-Control-Expose-Headers", "Content-Range, Content-Length, Accept-Ranges"}});
-  server_->Get(kPlayPath, [this](const httplib::Request& request, httplib::Response& response) {
+  server_->Get(kPlayPattern, [this](const httplib::Request& request, httplib::Response& response) {
     HandlePlay(request, response);
   });
-  server_->Options(kPlayPath, [this](const httplib::Request& request, httplib::Response& response) {
+  server_->Options(kPlayPattern, [this](const httplib::Request& request, httplib::Response& response) {
     HandlePreflight(request, response);
   });
 }
@@ -241,8 +243,11 @@ std::shared_ptr<GatewaySession> Gateway::SessionFor(const std::string& id) {
 }
 
 std::string Gateway::PlayUri(const std::string& absoluteUrl, const std::string& sessionId) {
-  // The URL goes last: a player that looks at a URI's extension finds the resource's own.
-  return std::string(kPlayPath) + "?session=" + PercentEncode(sessionId) + "&url=" + PercentEncode(absoluteUrl);
+  std::string path = absoluteUrl.substr(0, absoluteUrl.find_first_of("?#"));
+  size_t slash = path.rfind('/');
+  std::string name = slash == std::string::npos ? std::string() : path.substr(slash + 1);
+  return std::string(kPlayPath) + (name.empty() ? "" : "/" + PercentEncode(name)) +
+         "?session=" + PercentEncode(sessionId) + "&url=" + PercentEncode(absoluteUrl);
 }
 
 void Gateway::LogRequest(const std::string& method, int status, const std::string& contentRange,

@@ -1,8 +1,10 @@
 // dlplay serve: a loopback HTTP gateway through which any player (a program
 // that fetches URLs, a web page) reads through the library.
 //
-//   GET|HEAD /play?url=<percent-encoded URL>[&session=ID]
+//   GET|HEAD /play[/NAME]?url=<percent-encoded URL>[&session=ID]
 //
+// (NAME, which rewritten playlists give as the resource's file name, is not
+// read: some players accept a segment only by the extension of its path.)
 // answers the resource's bytes read through a stream of the session's tunnel
 // (GatewaySession; without a session parameter, the client connection is the
 // session). A single byte range becomes a stream Seek and a 206; the body is
