@@ -9,6 +9,7 @@ packages=(
   libcurl4-openssl-dev libcpp-httplib-dev nlohmann-json3-dev
   g++-mingw-w64-x86-64 wine64
   nginx curl ffmpeg gnuplot-nox python3 libssl-dev zlib1g-dev
+  chromium npm
 )
 
 missing=()
