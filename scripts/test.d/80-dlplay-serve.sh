@@ -111,6 +111,8 @@ seek_to=$(grep -c "GET 206 .*clip.mp4" "$out_dir/gateway-first.log" || true)
 grep -q "Access-Control-Allow-Origin: \*" <(curl -s -D - -o /dev/null "$(through "$base/ts/seg0.ts")") ||
   fail "cors: no Access-Control-Allow-Origin"
 [[ $(curl -s -o /dev/null -w '%{http_code}' "$(through "$base/ts/none.ts")") == 404 ]] || fail "a missing file is not 404"
+head_length=$(curl -s -I "$(through "$base/ts/seg0.ts")" | tr -d '\r' | sed -n 's/^Content-Length: //p')
+[[ "$head_length" == "$(stat -c %s "$www/ts/seg0.ts")" ]] || fail "HEAD: Content-Length '$head_length'"
 [[ $(curl -s -o /dev/null -w '%{http_code}' -X OPTIONS -H "Origin: http://elsewhere" \
   -H "Access-Control-Request-Method: GET" -H "Access-Control-Request-Headers: range" \
   "$(through "$base/ts/seg0.ts")") == 204 ]] || fail "cors: the preflight is not answered"
