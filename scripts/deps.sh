@@ -5,7 +5,8 @@
 #   deps.sh demo   the compiler and what the libraries and dlplay link with
 #   deps.sh [full] also the Windows cross build and wine, clang with its
 #                  sanitizer runtimes, the test and benchmark libraries, the
-#                  benchmark peers and the packaging tools
+#                  benchmark peers, the packaging tools and the browser
+#                  that plays through dlplay serve
 set -euo pipefail
 
 demo_packages=(
@@ -19,6 +20,7 @@ full_packages=(
   g++-mingw-w64-x86-64 wine64
   nginx curl ffmpeg gnuplot-nox python3 openssl
   dpkg-dev file
+  chromium npm
 )
 
 case "${1:-full}" in

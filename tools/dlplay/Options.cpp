@@ -68,6 +68,19 @@ bool ParsePositiveSeconds(const std::string& text, double* seconds) {
   return true;
 }
 
+// "HOST:PORT" (PORT 0: any free port).
+bool ParseListen(const std::string& text, Options* options) {
+  size_t colon = text.rfind(':');
+  int64_t port = -1;
+  if (colon == std::string::npos || colon == 0 || !ParseWholeNumber(text.substr(colon + 1), &port) || port < 0 ||
+      port > 65535) {
+    return false;
+  }
+  options->listenHost = text.substr(0, colon);
+  options->listenPort = static_cast<int>(port);
+  return true;
+}
+
 }  // namespace
 
 std::string UsageText() {
@@ -101,7 +114,14 @@ std::string UsageText() {
          "                         play; the summary is printed either way)\n"
          "  --engine PATH          map a peer-CDN engine library before playing\n"
          + NetworkUsageText() + "  --version              the version of the library dlplay runs with\n"
-         "  --help                 this text\n\n" + ExitStatusText();
+         "  --help                 this text\n"
+         "\n"
+         "usage: dlplay serve [--listen HOST:PORT] [options]\n"
+         "\n"
+         "Serves http://HOST:PORT/play?url=<percent-encoded URL> (default 127.0.0.1:" +
+             std::to_string(Options::kDefaultListenPort) + ", port 0: a free one):\n"
+         "any player reads the URL through the downloader, playlists rewritten to come through it too.\n\n" +
+         ExitStatusText();
 }
 
 std::string DefaultCacheDir() {
@@ -126,6 +146,17 @@ ParseOutcome ParseOptions(int argc, const char* const* argv, Options* options, s
     if (network == NetworkParse::kError) return ParseOutcome::kError;
     if (network == NetworkParse::kTaken) continue;
     if (arg == "-o") arg = "--out";
+    if (i == 1 && arg == Options::kServeCommand) {
+      options->serve = true;
+      continue;
+    }
+    if (options->serve && arg == "--listen") {
+      if (i + 1 >= argc || !ParseListen(argv[++i], options)) {
+        *error = "--listen needs HOST:PORT";
+        return ParseOutcome::kError;
+      }
+      continue;
+    }
     if (arg == "--no-cache") {
       options->useCache = false;
       continue;

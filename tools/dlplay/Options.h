@@ -40,6 +40,13 @@ struct Options {
   double durationSeconds = 0;  // the play stops after this long; 0: at the playlist's end
   std::string reportFile;      // the JSON report goes here, not to stdout
   bool useCache = true;
+  // dlplay serve: the gateway and its loopback address.
+  bool serve = false;
+  std::string listenHost = kDefaultListenHost;
+  int listenPort = kDefaultListenPort;
+  static constexpr char kServeCommand[] = "serve";
+  static constexpr char kDefaultListenHost[] = "127.0.0.1";
+  static constexpr int kDefaultListenPort = 8788;
 
   // The media goes to stdout: nothing else may.
   bool MediaOnStdout() const { return outPath == kStdoutPath || outPath == kStdoutDevice; }

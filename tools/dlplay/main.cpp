@@ -14,6 +14,7 @@
 
 #include "Demo.h"
 #include "ExitStatus.h"
+#include "Gateway.h"
 #include "IniConfig.h"
 #include "LogSink.h"
 #include "Options.h"
@@ -130,7 +131,11 @@ int main(int argc, char** argv) {
   manager.AddNewConfig(config, kConfigId);
   manager.AddNewReporter(std::make_shared<dlplay::LogReporter>(), kConfigId);
   int status;
-  if (options.url.empty()) {
+  if (options.serve) {
+    if (options.useCache) manager.SetLocalCachePath(options.cacheDir.c_str());
+    InstallStopHandlers();
+    status = dlplay::RunGateway(options, config, &stopRequested);
+  } else if (options.url.empty()) {
     status = dlplay::RunDemo(options, config, options.jsonReport ? &std::cout : nullptr);
   } else {
     if (options.useCache) manager.SetLocalCachePath(options.cacheDir.c_str());
