@@ -9,6 +9,7 @@
 #include <iostream>
 #include <thread>
 
+#include "ExitStatus.h"
 #include "GatewayTransfer.h"
 #include "Gunzip.h"
 #include "HlsPlaylist.h"
@@ -37,7 +38,6 @@ constexpr time_t kWriteTimeoutSeconds = 120;
 // A session nobody has used for this long (no stream open) is dropped with its tunnel.
 constexpr std::chrono::minutes kSessionIdle(2);
 constexpr auto kStopCheckInterval = std::chrono::milliseconds(100);
-constexpr int kExitUsage = 2;
 constexpr int kStatusBadRequest = 400;
 constexpr int kStatusRangeNotSatisfiable = 416;
 constexpr int kStatusBadGateway = 502;
@@ -268,17 +268,13 @@ int RunGateway(const Options& options, std::shared_ptr<protocols::IConfigure> co
     return kExitUsage;
   }
   std::ofstream reportFile;
-  std::ostream* jsonOut = options.jsonReport ? &std::cout : nullptr;
-  if (!options.reportFile.empty()) {
-    reportFile.open(options.reportFile, std::ios::trunc);
-    if (!reportFile) {
-      std::fprintf(stderr, "dlplay: cannot write %s\n", options.reportFile.c_str());
-      return kExitUsage;
-    }
-    jsonOut = &reportFile;
+  std::ostream* jsonOut = nullptr;
+  std::string error;
+  if (!OpenJsonReport(options, &reportFile, &jsonOut, &error)) {
+    std::fprintf(stderr, "dlplay: %s\n", error.c_str());
+    return kExitUsage;
   }
   Gateway gateway(options, std::move(config), std::make_shared<LogReporter>(), jsonOut);
-  std::string error;
   if (!gateway.Bind(options.listenHost, options.listenPort, &error)) {
     std::fprintf(stderr, "dlplay: %s\n", error.c_str());
     return kExitUsage;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iostream>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
@@ -128,6 +129,21 @@ std::string PlaySummary::FormatSideBySide(const std::string& leftTitle, const Pl
     text += line;
   }
   return text;
+}
+
+bool OpenJsonReport(const Options& options, std::ofstream* file, std::ostream** out, std::string* error) {
+  *out = nullptr;
+  if (!options.reportFile.empty()) {
+    file->open(options.reportFile, std::ios::trunc);
+    if (!*file) {
+      *error = "cannot write " + options.reportFile;
+      return false;
+    }
+    *out = file;
+  } else if (options.jsonReport) {
+    *out = options.MediaOnStdout() ? &std::cerr : &std::cout;
+  }
+  return true;
 }
 
 }  // namespace dlplay

@@ -21,9 +21,13 @@
 #define TOOLS_DLPLAY_PLAYREPORT_H_
 
 #include <cstdint>
+#include <fstream>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
+
+#include "Options.h"
 
 namespace dlplay {
 
@@ -84,6 +88,11 @@ class PlaySummary {
   std::map<int, uint64_t> bytesPerLevel_;
   int firstFailureStatus_ = 0;
 };
+
+// Where the JSON report goes: the --report-file file, else stdout with
+// --report json (stderr when the media takes stdout), else nowhere (*out null).
+// False, with the reason, when the file cannot be written.
+bool OpenJsonReport(const Options& options, std::ofstream* file, std::ostream** out, std::string* error);
 
 }  // namespace dlplay
 

@@ -64,19 +64,13 @@ bool MapEngine(const std::string& path, std::string* error) {
 int PlayUrl(const dlplay::Options& options, const std::shared_ptr<dlplay::IniConfig>& config) {
   std::ofstream reportFile;
   std::ostream* jsonOut = nullptr;
-  if (!options.reportFile.empty()) {
-    reportFile.open(options.reportFile, std::ios::trunc);
-    if (!reportFile) {
-      std::fprintf(stderr, "dlplay: cannot write %s\n", options.reportFile.c_str());
-      return kExitUsage;
-    }
-    jsonOut = &reportFile;
-  } else if (options.jsonReport) {
-    jsonOut = options.MediaOnStdout() ? &std::cerr : &std::cout;
+  std::string error;
+  if (!dlplay::OpenJsonReport(options, &reportFile, &jsonOut, &error)) {
+    std::fprintf(stderr, "dlplay: %s\n", error.c_str());
+    return kExitUsage;
   }
   bool stdoutTaken = options.MediaOnStdout() || jsonOut == &std::cout;
   dlplay::PlaySummary summary;
-  std::string error;
   bool played;
   int playFailureStatus;
   {
