@@ -18,41 +18,55 @@ BlockRecycler::~BlockRecycler() {
   for (const auto& sizeAndBlock : kept_) delete[] sizeAndBlock.second;
 }
 
-uint8_t* BlockRecycler::Take(uint64_t size, uint64_t* capacity) {
-  if (size >= kSmallestKept && size <= kLargestKept) {
+uint8_t* BlockRecycler::Take(uint64_t size) {
+  if (!InKeptRange(size)) return new (std::nothrow) uint8_t[size];
+  auto fits = [size](const std::pair<uint64_t, uint8_t*>& kept) {
+    return kept.first >= size && kept.first / 2 <= size;
+  };
+  {
     std::lock_guard<std::mutex> lock(mutex_);
-    auto fits = [size](const std::pair<uint64_t, uint8_t*>& kept) {
-      return kept.first >= size && kept.first / 2 <= size;
-    };
     auto newest = std::find_if(kept_.rbegin(), kept_.rend(), fits);
     if (newest != kept_.rend()) {
-      *capacity = newest->first;
+      uint64_t capacity = newest->first;
       uint8_t* block = newest->second;
       kept_.erase(std::next(newest).base());
-      keptBytes_ -= *capacity;
+      keptBytes_ -= capacity;
+      lent_[block] = capacity;
       return block;
     }
   }
-  *capacity = size;
-  return new (std::nothrow) uint8_t[size];
+  // Fresh memory can be slow to come by; not under the lock.
+  uint8_t* block = new (std::nothrow) uint8_t[size];
+  if (block == nullptr) return nullptr;
+  std::lock_guard<std::mutex> lock(mutex_);
+  lent_[block] = size;
+  return block;
 }
 
-void BlockRecycler::Give(uint8_t* block, uint64_t capacity) {
+void BlockRecycler::Give(uint8_t* block, uint64_t size) {
   if (block == nullptr) return;
-  if (capacity < kSmallestKept || capacity > kLargestKept) {
+  // A block asked for outside the kept range was made to measure and never lent.
+  if (!InKeptRange(size)) {
     delete[] block;
     return;
   }
   std::vector<uint8_t*> dropped;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    while (!kept_.empty() && keptBytes_ + capacity > kMaxKeptBytes) {
-      keptBytes_ -= kept_.front().first;
-      dropped.push_back(kept_.front().second);
-      kept_.erase(kept_.begin());
+    auto lent = lent_.find(block);
+    if (lent == lent_.end()) {
+      dropped.push_back(block);
+    } else {
+      uint64_t capacity = lent->second;
+      lent_.erase(lent);
+      while (!kept_.empty() && keptBytes_ + capacity > kMaxKeptBytes) {
+        keptBytes_ -= kept_.front().first;
+        dropped.push_back(kept_.front().second);
+        kept_.erase(kept_.begin());
+      }
+      kept_.emplace_back(capacity, block);
+      keptBytes_ += capacity;
     }
-    kept_.emplace_back(capacity, block);
-    keptBytes_ += capacity;
   }
   // Returning memory to the system can be slow; not under the lock.
   for (uint8_t* old : dropped) delete[] old;

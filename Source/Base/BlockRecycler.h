@@ -11,14 +11,20 @@
 // Only blocks from kSmallestKept to kLargestKept bytes are kept, at most
 // kMaxKeptBytes in all; the oldest goes first. Blocks are not cleared.
 //
+// The recycler remembers the length of every block of that range it lends, so
+// that the borrower (a chunk, whose layout is fixed) needs to keep only the
+// size it asked for.
+//
 // Thread rules: any thread (a chunk is usually filled on a producer's thread
-// and freed on the reader's). mutex_ guards the kept blocks. The recycler is
-// never destroyed, so that a chunk freed while the process ends is still safe.
+// and freed on the reader's). mutex_ guards the kept and the lent blocks. The
+// recycler is never destroyed, so that a chunk freed while the process ends is
+// still safe.
 #ifndef DOWNLOADER_BASE_BLOCKRECYCLER_H_
 #define DOWNLOADER_BASE_BLOCKRECYCLER_H_
 
 #include <cstdint>
 #include <mutex>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -37,21 +43,24 @@ class BlockRecycler {
   BlockRecycler& operator=(const BlockRecycler&) = delete;
   ~BlockRecycler();
 
-  // A block of at least `size` bytes, its length in `capacity`: the newest
-  // kept one that fits, else a new one of exactly `size`. nullptr when memory
-  // runs out.
-  uint8_t* Take(uint64_t size, uint64_t* capacity);
-  // Keeps `block` (from Take, of `capacity` bytes) or frees it. Null is
+  // A block of at least `size` bytes: the newest kept one that fits, else a
+  // new one of exactly `size`. nullptr when memory runs out.
+  uint8_t* Take(uint64_t size);
+  // Keeps `block` or frees it. `size` is what its Take asked for. Null is
   // ignored.
-  void Give(uint8_t* block, uint64_t capacity);
+  void Give(uint8_t* block, uint64_t size);
 
   uint64_t KeptBytes();
 
  private:
+  static bool InKeptRange(uint64_t length) { return length >= kSmallestKept && length <= kLargestKept; }
+
   std::mutex mutex_;
   // Guarded by mutex_. (capacity, block), oldest first.
   std::vector<std::pair<uint64_t, uint8_t*>> kept_;
   uint64_t keptBytes_ = 0;
+  // Guarded by mutex_. Capacity of each block of the kept range now lent out.
+  std::unordered_map<const uint8_t*, uint64_t> lent_;
 };
 
 }  // namespace downloader

@@ -1,7 +1,8 @@
 // HeartPacemaker: the owner's thread calls Start and Stop; beats run on the
 // timer's thread. The timer is swapped in and out under mutex_, and a beat
-// posts its successor under the same mutex, so a Stop that has taken the timer
-// away cannot race a beat into posting to it.
+// posts its successor under the same mutex, and only from the current timer's
+// own thread, so neither a Stop nor a Start that has taken the timer away can
+// race a beat into posting to it or to its replacement.
 #include <downloader/Base/HeartPacemaker.h>
 
 #include <chrono>
@@ -32,16 +33,19 @@ HeartbeatInfo HeartPacemaker::GetHeartbeatInfo(int32_t pid) {
 }
 
 void HeartPacemaker::Start(const PacemakerParams& params) {
-  Stop();
   DL_LOGI << "heart beat for pid:" << params.pid << ", sid:" << params.sid << " started";
   stopped_ = false;
   auto timer = std::make_shared<MessageLooper>("heartbeat");
   timer->Start();
+  std::shared_ptr<MessageLooper> replaced = timer;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    timer_ = timer;
+    timer_.swap(replaced);
     params_ = params;
   }
+  // Outside the lock: a beat of the replaced timer may be waiting for it in
+  // ScheduleNext, where it finds itself replaced and posts nothing.
+  if (replaced) replaced->Stop();
   std::shared_ptr<HeartPacemaker> self = shared_from_this();
   timer->PostDelayed([self, params] { Heartbeat(self, params); },
                      std::chrono::milliseconds(params.duration));
@@ -57,7 +61,7 @@ void HeartPacemaker::Heartbeat(std::shared_ptr<HeartPacemaker> self, PacemakerPa
 
 void HeartPacemaker::ScheduleNext(const PacemakerParams& params) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (stopped_ || !timer_) return;
+  if (stopped_ || !timer_ || !timer_->IsLooperThread()) return;
   std::shared_ptr<HeartPacemaker> self = shared_from_this();
   timer_->PostDelayed([self, params] { Heartbeat(self, params); },
                       std::chrono::milliseconds(params.duration));

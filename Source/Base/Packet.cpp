@@ -11,11 +11,9 @@ constexpr uint64_t kClearedPrefixBytes = 8;
 Packet::Packet(uint64_t size) : size_(size) {}
 
 Packet& Packet::operator=(const Packet& other) {
-  if (this == &other) return *this;
-  Free();
   size_ = other.size_;
   buffer_ = other.buffer_;
-  borrowed_ = true;
+  borrowed_ = other.borrowed_;
   return *this;
 }
 

@@ -1,7 +1,6 @@
 #include <downloader/Filter/LocalFileExecutor.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include <downloader/Filter/LocalFileFilter.h>
 #include <downloader/Pipe/ConfigReader.h>
@@ -28,8 +27,11 @@ DLResultCode LocalFileExecutor::Open(const std::shared_ptr<URI>& uri) {
   const std::string path = url.size() > kLocalUrlPrefixLength ? url.substr(kLocalUrlPrefixLength) : std::string();
   DL_LOGI << "open from storage path:" << path;
 
+  // A directory or a device may open and even report a size, but its bytes
+  // are not the resource's.
   std::unique_ptr<platform::PositionalFile> file;
-  platform::FileStatus status = platform::FileSystem::Default()->OpenFile(path, platform::kOpenRead, &file);
+  platform::FileStatus status =
+      platform::FileSystem::Default()->OpenFile(path, platform::kOpenRead | platform::kOpenRegularOnly, &file);
   uint64_t size = 0;
   if (status.ok()) status = file->Size(&size);
 
@@ -78,13 +80,17 @@ DLReadResult LocalFileExecutor::Read(Packet& packet) {
   platform::FileStatus status =
       file_->Read(static_cast<uint64_t>(readPosition_), static_cast<size_t>(count), packet.GetBuffer(), &bytesRead);
   if (!status.ok() || bytesRead < count) {
-    // The host may have cut the file since Open; what is missing reads as zeros.
+    // The host may have cut the file since Open. Only what was read is
+    // answered; nothing at all is a failure, not a pause to read again.
     DL_LOGW << "short file read:" << bytesRead << " of " << count << " " << status.ToString();
-    std::memset(static_cast<uint8_t*>(packet.GetBuffer()) + bytesRead, 0, static_cast<size_t>(count) - bytesRead);
+    if (bytesRead == 0) {
+      result.Set(kDLFailure, 0, kNoDetail);
+      return result;
+    }
   }
-  readPosition_ += static_cast<int64_t>(count);
-  DL_LOGT << "read:" << count << " position:" << readPosition_;
-  result.Set(kDLSuccess, count, 0);
+  readPosition_ += static_cast<int64_t>(bytesRead);
+  DL_LOGT << "read:" << bytesRead << " position:" << readPosition_;
+  result.Set(kDLSuccess, bytesRead, 0);
   return result;
 }
 

@@ -13,6 +13,7 @@
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 #include <downloader/Stream/XcdnInterfaceHelper.h>
 
+#include "Filter/WispTotals.h"
 #include "Stats/FlowReport.h"
 #include "Strategy/ExtraChannelStrategy.h"
 #include "Utils/log/LogMessage.h"
@@ -143,7 +144,7 @@ void DownloadManager::GetParam(int32_t /*module*/, int32_t key, void* result) {
 }
 
 int64_t DownloadManager::TakeCdnBytesSinceLastQuery() {
-  int64_t current = FlowReport::CdnTotalBytes();
+  int64_t current = static_cast<int64_t>(WispTotals::CdnBytes());
   DL_LOGI << "reportCdnTotalBytes:" << current;
   return TakeGrowth(lastCdnTotalBytes_, current);
 }

@@ -47,6 +47,9 @@ enum OpenFlag : uint32_t {
   kOpenCreate = 1u << 2,
   // Cuts an existing file to zero length; needs kOpenWrite.
   kOpenTruncate = 1u << 3,
+  // Refuses (kInvalidArgument) whatever is not a regular file: a directory, a
+  // device, a pipe. Opening never waits for a pipe's other end.
+  kOpenRegularOnly = 1u << 4,
 };
 
 // One destination of a scattered read: `length` bytes into `buffer`.

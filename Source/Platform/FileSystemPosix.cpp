@@ -13,6 +13,7 @@
 #include <climits>
 #include <cstdint>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "Platform/FileSystem.h"
@@ -157,6 +158,16 @@ class PosixPositionalFile : public PositionalFile {
   const int fd_;
 };
 
+// The descriptor names a regular file; then it blocks again like any other.
+FileStatus CheckRegular(const std::string& path, int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) return ErrnoStatus("fstat " + path, errno);
+  if (!S_ISREG(st.st_mode)) return FileStatus::InvalidArgument("not a regular file " + path);
+  int statusFlags = fcntl(fd, F_GETFL);
+  if (statusFlags < 0 || fcntl(fd, F_SETFL, statusFlags & ~O_NONBLOCK) != 0) return ErrnoStatus("fcntl " + path, errno);
+  return FileStatus::Ok();
+}
+
 class PosixFileSystem : public FileSystem {
  public:
   FileStatus OpenFile(const std::string& path, uint32_t flags, std::unique_ptr<PositionalFile>* file) override {
@@ -168,12 +179,20 @@ class PosixFileSystem : public FileSystem {
     int mode = read && write ? O_RDWR : (write ? O_WRONLY : O_RDONLY);
     if ((flags & kOpenCreate) != 0) mode |= O_CREAT;
     if ((flags & kOpenTruncate) != 0) mode |= O_TRUNC;
+    bool regularOnly = (flags & kOpenRegularOnly) != 0;
+    // Without O_NONBLOCK, opening a pipe waits until someone opens its other end.
+    if (regularOnly) mode |= O_NONBLOCK;
     int fd;
     do {
       fd = open(path.c_str(), mode | O_CLOEXEC, 0644);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) return ErrnoStatus("open " + path, errno);
-    file->reset(new PosixPositionalFile(path, fd));
+    std::unique_ptr<PositionalFile> opened(new PosixPositionalFile(path, fd));
+    if (regularOnly) {
+      FileStatus regular = CheckRegular(path, fd);
+      if (!regular.ok()) return regular;
+    }
+    *file = std::move(opened);
     return FileStatus::Ok();
   }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "Platform/FileSystem.h"
 
@@ -132,6 +133,19 @@ DWORD CreationDisposition(uint32_t flags) {
   return OPEN_EXISTING;
 }
 
+// A disk file that is not a directory: not a console, a pipe or a device.
+FileStatus CheckRegular(const std::string& path, HANDLE handle) {
+  if (GetFileType(handle) != FILE_TYPE_DISK) return FileStatus::InvalidArgument("not a regular file " + path);
+  BY_HANDLE_FILE_INFORMATION information;
+  if (!GetFileInformationByHandle(handle, &information)) {
+    return ErrorStatus("GetFileInformationByHandle " + path, GetLastError());
+  }
+  if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    return FileStatus::InvalidArgument("not a regular file " + path);
+  }
+  return FileStatus::Ok();
+}
+
 class WindowsFileSystem : public FileSystem {
  public:
   FileStatus OpenFile(const std::string& path, uint32_t flags, std::unique_ptr<PositionalFile>* file) override {
@@ -146,7 +160,12 @@ class WindowsFileSystem : public FileSystem {
     HANDLE handle = CreateFileW(wide.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                 nullptr, CreationDisposition(flags), FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return ErrorStatus("CreateFileW " + path, GetLastError());
-    file->reset(new WindowsPositionalFile(path, handle));
+    std::unique_ptr<PositionalFile> opened(new WindowsPositionalFile(path, handle));
+    if ((flags & kOpenRegularOnly) != 0) {
+      FileStatus regular = CheckRegular(path, handle);
+      if (!regular.ok()) return regular;
+    }
+    *file = std::move(opened);
     return FileStatus::Ok();
   }
 

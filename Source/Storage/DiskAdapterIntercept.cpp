@@ -120,9 +120,8 @@ bool DiskAdapterIntercept::after_read_run(const uint8_t* data, uint64_t goff, ui
                                           const std::vector<uint32_t>& storedChecksums) {
   // As after_read: the bits are read again after the contents, so that a
   // chunk unfilled for rewriting while we read shows here.
-  uint64_t expected = len + chunks.size() * SegmentFileV1::kChecksumSize;
   std::vector<SegmentChunk> now;
-  bool whole = nread >= 0 && static_cast<uint64_t>(nread) == expected && storedChecksums.size() == chunks.size() &&
+  bool whole = nread >= 0 && static_cast<uint64_t>(nread) == len && storedChecksums.size() == chunks.size() &&
                segmentFile_->refreshed_run(goff, len, &now) && isFilledRun(now, goff, len);
   for (size_t i = 0; whole && i < chunks.size(); ++i) {
     whole = checksumOf(data + (chunks[i].offset - goff), chunks[i].content_len) == storedChecksums[i];

@@ -49,9 +49,9 @@ class DiskAdapterIntercept {
   bool after_read(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread);
   // The run [goff, goff + len) of whole, filled chunks, or false.
   bool before_read_run(uint64_t goff, uint64_t len, std::vector<SegmentChunk>* chunks);
-  // `nread` bytes arrived for `chunks` (contents and stored checksums, as laid
-  // out on disk): true when that is all of them, every bit is still set and
-  // every content matches its checksum.
+  // `nread` content bytes arrived for `chunks`, with their stored checksums:
+  // true when that is all of the contents, every bit is still set and every
+  // content matches its checksum.
   bool after_read_run(const uint8_t* data, uint64_t goff, uint64_t len, int64_t nread,
                       const std::vector<SegmentChunk>& chunks, const std::vector<uint32_t>& storedChecksums);
 

@@ -323,7 +323,7 @@ bool SegmentFileV1::isFilledLocked(uint64_t chunkIndex) const {
 bool SegmentFileV1::slot_on_disk(const SegmentChunk& chunk) {
   std::lock_guard<std::mutex> lock(mutex_);
   uint64_t fileLength = 0;
-  return isValid_ && file_->size(&fileLength) && fileLength >= chunk.position + chunk.content_len + kChecksumSize;
+  return isValid_ && file_->size(&fileLength) && fileLength >= chunk.position + chunk.content_len;
 }
 
 uint64_t SegmentFileV1::continuous_filled_size() {

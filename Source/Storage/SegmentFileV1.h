@@ -131,8 +131,9 @@ class SegmentFileV1 {
   bool update_fill_state(uint64_t chunk_index);
   // From the in-memory bitmap (as last loaded or refreshed).
   bool is_filled(uint64_t chunk_index);
-  // True when the file is long enough to hold the chunk's content and
-  // checksum. Lets callers refuse a header's claim before allocating for it.
+  // True when the file is long enough to hold the chunk's content (a checksum
+  // cut short behind it reads as 0). Lets callers refuse a header's claim
+  // before allocating for it.
   bool slot_on_disk(const SegmentChunk& chunk);
 
   // chunk_content_size times the number of leading filled chunks; not capped

@@ -10,6 +10,8 @@ namespace {
 constexpr double kOneSecondMs = 1000;
 constexpr int32_t kUnknownBuffer = -1;
 
+int32_t AtLeastOne(int32_t ringSize) { return ringSize < 1 ? 1 : ringSize; }
+
 int32_t TruncateToInt32(double value) {
   if (value >= static_cast<double>(std::numeric_limits<int32_t>::max())) {
     return std::numeric_limits<int32_t>::max();
@@ -24,11 +26,11 @@ int32_t TruncateToInt32(double value) {
 
 BufferDrainCalculator::BufferDrainCalculator(int32_t ringSize, int32_t thresholdPercent,
                                              int32_t bufferThresholdMs)
-    : ringSize_(ringSize < 1 ? 1 : ringSize),
+    : sampleSizes_(AtLeastOne(ringSize)),
+      sampleTimes_(AtLeastOne(ringSize)),
+      ringSize_(AtLeastOne(ringSize)),
       thresholdPercent_(thresholdPercent),
-      bufferThresholdMs_(bufferThresholdMs),
-      sampleSizes_(ringSize_),
-      sampleTimes_(ringSize_) {}
+      bufferThresholdMs_(bufferThresholdMs) {}
 
 BufferDrainCalculator::~BufferDrainCalculator() = default;
 

@@ -12,50 +12,42 @@ constexpr uint64_t kMiB = 1024 * 1024;
 
 TEST(BlockRecyclerTest, AKeptBlockServesWhatItHoldsWithAtMostHalfUnused) {
   BlockRecycler recycler;
-  uint64_t capacity = 0;
-  uint8_t* block = recycler.Take(kMiB, &capacity);
+  uint8_t* block = recycler.Take(kMiB);
   ASSERT_NE(block, nullptr);
-  EXPECT_EQ(capacity, kMiB);
-  recycler.Give(block, capacity);
+  recycler.Give(block, kMiB);
   EXPECT_EQ(recycler.KeptBytes(), kMiB);
 
-  uint64_t tooBigCapacity = 0;
-  uint8_t* tooBig = recycler.Take(kMiB + 1, &tooBigCapacity);
+  uint8_t* tooBig = recycler.Take(kMiB + 1);
   EXPECT_NE(tooBig, block);
-  EXPECT_EQ(tooBigCapacity, kMiB + 1);
-  uint64_t tooSmallCapacity = 0;
-  uint8_t* tooSmall = recycler.Take(kMiB / 2 - 1, &tooSmallCapacity);
+  uint8_t* tooSmall = recycler.Take(kMiB / 2 - 1);
   EXPECT_NE(tooSmall, block) << "it would leave more than half of the block unused";
-  EXPECT_EQ(tooSmallCapacity, kMiB / 2 - 1);
 
-  uint64_t oddCapacity = 0;
-  EXPECT_EQ(recycler.Take(kMiB / 2, &oddCapacity), block);
-  EXPECT_EQ(oddCapacity, kMiB) << "the block's own length, for its return";
+  EXPECT_EQ(recycler.Take(kMiB / 2), block);
   EXPECT_EQ(recycler.KeptBytes(), 0u);
-  recycler.Give(block, oddCapacity);
-  recycler.Give(tooBig, tooBigCapacity);
-  recycler.Give(tooSmall, tooSmallCapacity);
+  recycler.Give(block, kMiB / 2);
+  EXPECT_EQ(recycler.KeptBytes(), kMiB) << "the recycler remembers the block's own length";
+  recycler.Give(tooBig, kMiB + 1);
+  recycler.Give(tooSmall, kMiB / 2 - 1);
   recycler.Give(nullptr, kMiB);
   EXPECT_EQ(recycler.KeptBytes(), kMiB + (kMiB + 1) + (kMiB / 2 - 1));
 }
 
 TEST(BlockRecyclerTest, SmallAndHugeBlocksAreFreedAndTheKeptBytesStayBounded) {
   BlockRecycler recycler;
-  uint64_t capacity = 0;
-  recycler.Give(recycler.Take(BlockRecycler::kSmallestKept - 1, &capacity), capacity);
-  recycler.Give(recycler.Take(BlockRecycler::kLargestKept + 1, &capacity), capacity);
+  recycler.Give(recycler.Take(BlockRecycler::kSmallestKept - 1), BlockRecycler::kSmallestKept - 1);
+  recycler.Give(recycler.Take(BlockRecycler::kLargestKept + 1), BlockRecycler::kLargestKept + 1);
   EXPECT_EQ(recycler.KeptBytes(), 0u);
 
   uint64_t size = BlockRecycler::kLargestKept;
-  uint8_t* oldest = recycler.Take(size, &capacity);
-  uint8_t* middle = recycler.Take(size, &capacity);
-  uint8_t* newest = recycler.Take(size, &capacity);
+  uint8_t* oldest = recycler.Take(size);
+  uint8_t* middle = recycler.Take(size);
+  uint8_t* newest = recycler.Take(size);
   recycler.Give(oldest, size);
   recycler.Give(middle, size);
   recycler.Give(newest, size);
   EXPECT_EQ(recycler.KeptBytes(), 2 * size) << "the oldest was freed to make room";
-  EXPECT_EQ(recycler.Take(size, &capacity), newest) << "the newest is handed out first";
-  EXPECT_EQ(recycler.Take(size, &capacity), middle);
+  EXPECT_EQ(recycler.Take(size), newest) << "the newest is handed out first";
+  EXPECT_EQ(recycler.Take(size), middle);
   EXPECT_EQ(recycler.KeptBytes(), 0u);
   recycler.Give(newest, size);
   recycler.Give(middle, size);

@@ -89,11 +89,14 @@ TEST_F(HeartPacemakerTest, NoBeatAfterStopEvenWhenOneWasDue) {
   }
 }
 
-TEST_F(HeartPacemakerTest, RestartReplacesTheTimerAndStopFromConsumerIsSafe) {
+// A second Start swaps the timer without a stop step: no "stopped" line, and the
+// first timer beats no more. A Stop from inside the consumer is safe.
+TEST_F(HeartPacemakerTest, RestartReplacesTheTimerWithoutStoppingAndStopFromConsumerIsSafe) {
   HeartPacemaker::SetHeartbeatCallback(&InfoForOddPlayers);
   auto pacemaker = HeartPacemaker::Create();
   std::atomic<int> first{0};
   std::atomic<int> second{0};
+  dltest::LogCapture log(DL_LOG_INFO);
   pacemaker->Start(Params(7, &first));
   ASSERT_TRUE(dltest::WaitFor([&] { return first >= 1; }));
   PacemakerParams params = Params(7, &second);
@@ -104,10 +107,13 @@ TEST_F(HeartPacemakerTest, RestartReplacesTheTimerAndStopFromConsumerIsSafe) {
   };
   pacemaker->Start(params);
   int firstAtRestart = first.load();
+  EXPECT_FALSE(log.Contains("stopped")) << "a restart is not a stop";
   ASSERT_TRUE(dltest::WaitFor([&] { return second >= 1; }));
-  pacemaker->Stop();
+  pacemaker->Stop();  // the consumer stopped it already: nothing more
   EXPECT_EQ(first.load(), firstAtRestart);
   EXPECT_EQ(second.load(), 1);
+  EXPECT_EQ(log.Matching("started").size(), 2u);
+  EXPECT_EQ(log.Matching("heart beat for pid:7, sid:9 stopped").size(), 1u);
 }
 
 }  // namespace

@@ -33,17 +33,32 @@ TEST(RecordsTest, PacketOwnershipFollowsAllocAndSetBuffer) {
   packet.Free();  // borrowed: nothing freed, pointer kept
   EXPECT_EQ(packet.GetBuffer(), mine.data());
 
-  Packet owner(4);
-  owner.Alloc();
-  {
-    Packet view(0);
-    view = owner;  // a borrowing view: its destruction frees nothing
-    EXPECT_EQ(view.GetBuffer(), owner.GetBuffer());
-    EXPECT_EQ(view.GetSize(), 4u);
-  }
   Packet tiny(3);
   tiny.Alloc();
   tiny.Clear();  // shorter than eight bytes: stays inside the block
+}
+
+// Assignment copies the three fields as they are: the copy of an owning packet
+// owns the block too, and assignment never frees the target's buffer, which is
+// how a caller disowns one of the two.
+TEST(RecordsTest, PacketAssignmentCopiesOwnershipAsItIs) {
+  Packet owner(4);
+  owner.Alloc();
+  Packet copy(0);
+  copy = owner;
+  EXPECT_EQ(copy.GetBuffer(), owner.GetBuffer());
+  EXPECT_EQ(copy.GetSize(), 4u);
+  EXPECT_FALSE(copy.IsBorrowed());
+  copy = Packet(0);
+  EXPECT_EQ(copy.GetBuffer(), nullptr);
+  EXPECT_NE(owner.GetBuffer(), nullptr);  // freed once, by its owner (AddressSanitizer checks)
+
+  std::vector<unsigned char> mine(8);
+  Packet borrower(mine.size());
+  borrower.SetBuffer(mine.data());
+  copy = borrower;
+  EXPECT_TRUE(copy.IsBorrowed());
+  EXPECT_EQ(copy.GetBuffer(), mine.data());
 }
 
 }  // namespace

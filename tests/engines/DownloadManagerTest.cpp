@@ -13,8 +13,8 @@
 #include <downloader/Pipe/DownloadManager.h>
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
+#include "Filter/WispTotals.h"
 #include "Platform/ModuleLoader.h"
-#include "Stats/FlowReport.h"
 #include "engines/EngineFixture.h"
 #include "support/LogCapture.h"
 #include "support/MapConfig.h"
@@ -55,7 +55,7 @@ TEST(DownloadManagerTest, LatestConfigurationIsASnapshotOfTheLastNonEmptyOne) {
 TEST(DownloadManagerTest, CdnBytesAreReportedOnlyWhileTheSwitchIsOnAndOnlyOnce) {
   auto off = std::make_shared<dltest::MapConfig>();
   Manager().AddNewConfig(off, 50);
-  FlowReport::AddCdnBytes(500);
+  WispTotals::AddCdnBytes(500);
   int64_t result = 77;
   Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
   EXPECT_EQ(result, 77);
@@ -63,13 +63,12 @@ TEST(DownloadManagerTest, CdnBytesAreReportedOnlyWhileTheSwitchIsOnAndOnlyOnce) 
   auto on = std::make_shared<dltest::MapConfig>();
   on->Set("enable_cdn_flow_report", "true");
   Manager().AddNewConfig(on, 50);
-  int64_t total = FlowReport::CdnTotalBytes();
+  int64_t total = static_cast<int64_t>(WispTotals::CdnBytes());
   Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
   EXPECT_EQ(result, total);
   Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
   EXPECT_EQ(result, 0);
-  FlowReport::AddCdnBytes(20);
-  FlowReport::AddCdnBytes(-5);
+  WispTotals::AddCdnBytes(20);
   Manager().GetParam(0, DownloadManager::kParamCdnBytes, &result);
   EXPECT_EQ(result, 20);
 }

@@ -12,6 +12,7 @@
 #include "ExecutorContract.h"
 #include "ExecutorReading.h"
 #include "Platform/FileSystem.h"
+#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace dltest {
@@ -70,6 +71,20 @@ TEST(LocalFileFilterTest, ServesOnlyLocalUrls) {
 
 class LocalFileExecutorTest : public ::testing::Test {
  protected:
+  // A second handle on `path` that writes `bytes` at its start.
+  std::unique_ptr<downloader::platform::PositionalFile> WriteThrough(const std::string& path, uint32_t flags,
+                                                                     const std::string& bytes) {
+    std::unique_ptr<downloader::platform::PositionalFile> writer;
+    EXPECT_TRUE(downloader::platform::FileSystem::Default()
+                    ->OpenFile(path, downloader::platform::kOpenWrite | flags, &writer)
+                    .ok());
+    size_t written = 0;
+    if (writer) {
+      EXPECT_TRUE(writer->Write(0, bytes.data(), bytes.size(), &written).ok());
+    }
+    return writer;
+  }
+
   TempDir dir_;
   LocalFileExecutor executor_;
 };
@@ -104,17 +119,41 @@ TEST_F(LocalFileExecutorTest, SeekPastTheEndEndsTheDataAndANegativeSeekFails) {
 
 TEST_F(LocalFileExecutorTest, ReadsAFileThatAnotherHandleHoldsOpenForWriting) {
   const std::string path = dir_.Join("shared.ts");
-  std::unique_ptr<downloader::platform::PositionalFile> writer;
-  ASSERT_TRUE(downloader::platform::FileSystem::Default()
-                  ->OpenFile(path, downloader::platform::kOpenWrite | downloader::platform::kOpenCreate, &writer)
-                  .ok());
-  size_t written = 0;
-  ASSERT_TRUE(writer->Write(0, "abcdef", 6, &written).ok());
+  auto writer = WriteThrough(path, downloader::platform::kOpenCreate, "abcdef");
   ASSERT_EQ(executor_.Open(URI::From(LocalUrl(path), {})).code, kDLSuccess);
   EXPECT_EQ(executor_.GetFileSize(), 6);
   std::vector<uint8_t> data;
   EXPECT_EQ(ReadOnce(&executor_, 100, &data).bytes, 6u);
   EXPECT_EQ(std::string(data.begin(), data.end()), "abcdef");
+}
+
+// A directory opens on POSIX and reports a size, but it is no resource.
+TEST_F(LocalFileExecutorTest, ADirectoryFailsToOpenWithOope) {
+  LogCapture log;
+  DLResultCode opened = executor_.Open(URI::From(LocalUrl(dir_.path()), {}));
+  EXPECT_EQ(opened.code, kDLFailure);
+  EXPECT_EQ(SubCodeTag(opened.subCode), "OOPE");
+  EXPECT_TRUE(log.Contains("file open failed:"));
+  std::vector<uint8_t> data;
+  DLReadResult read = ReadOnce(&executor_, 4096, &data);
+  EXPECT_EQ(read.code, kDLFailure);
+  EXPECT_EQ(read.subCode, LocalFileExecutor::kNotOpenSubCode);
+  EXPECT_EQ(read.bytes, 0u);
+}
+
+// The host cuts the file after Open: reads answer only the bytes that are
+// still there, then fail instead of answering bytes never read.
+TEST_F(LocalFileExecutorTest, AFileCutAfterOpenAnswersOnlyWhatItReads) {
+  const std::string path = dir_.Join("cut.ts");
+  WriteSyntheticFile(path, 1000);
+  ASSERT_EQ(executor_.Open(URI::From(LocalUrl(path), {})).code, kDLSuccess);
+  auto cutter = WriteThrough(path, downloader::platform::kOpenTruncate, "xy");
+  std::vector<uint8_t> data;
+  DLReadResult first = ReadOnce(&executor_, 600, &data);
+  EXPECT_EQ(first.code, kDLSuccess);
+  EXPECT_EQ(first.bytes, 2u);
+  EXPECT_EQ(std::string(data.begin(), data.end()), "xy");
+  EXPECT_EQ(ReadOnce(&executor_, 600).code, kDLFailure);
 }
 
 TEST_F(LocalFileExecutorTest, AsyncOpenIsRefused) {

@@ -9,6 +9,7 @@
 #include <downloader/Filter/SubCode.h>
 #include <downloader/Filter/WispDownloadExecutor.h>
 #include <downloader/Filter/WispDownloadFilter.h>
+#include <downloader/Pipe/DownloadManager.h>
 
 #include "Base/Sha256.h"
 #include "ExecutorContract.h"
@@ -216,6 +217,29 @@ TEST_F(WispDownloadExecutorTest, InfoKeysAfterAFullDownload) {
   EXPECT_GT(downloader::WispTotals::LastDownloadSpeed(), 0) << "Close keeps the speed for the next request";
   EXPECT_EQ(executor->GetInfo("memory_usage"), "0");
   EXPECT_EQ(executor->GetInfo("download_size"), std::to_string(size)) << "the record outlives Close";
+}
+
+// What the HTTP level fetches is what the manager reports as CDN bytes since
+// its last query.
+TEST_F(WispDownloadExecutorTest, FetchedBytesReachTheManagersCdnReport) {
+  downloader::DownloadManager& manager = downloader::DownloadManager::GetInstance();
+  auto config = std::make_shared<MapConfig>();
+  config->Set("enable_cdn_flow_report", "true");
+  manager.AddNewConfig(config, 4009);
+  int64_t sinceLastQuery = -1;
+  manager.GetParam(0, downloader::DownloadManager::kParamCdnBytes, &sinceLastQuery);
+
+  const int64_t size = 150000;
+  DLResultCode opened;
+  auto executor = OpenExecutor(SyntheticUrl("cdn-total", size), {}, &opened);
+  ASSERT_EQ(opened.code, kDLSuccess);
+  std::vector<uint8_t> data;
+  ASSERT_EQ(ReadToEnd(executor.get(), 65536, &data).code, kDLEndOfData);
+  executor->Close();
+
+  manager.GetParam(0, downloader::DownloadManager::kParamCdnBytes, &sinceLastQuery);
+  EXPECT_GE(sinceLastQuery, size);
+  manager.RemoveConfigById(4009);
 }
 
 // Counts the records of a "wispLastReports" text.

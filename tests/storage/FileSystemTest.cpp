@@ -167,6 +167,19 @@ TEST_F(FileSystemTest, OneFileHeldByAWriterAndAReaderAtOnce) {
   EXPECT_GT(info.modifiedMillis, 1500000000000);
 }
 
+TEST_F(FileSystemTest, RegularOnlyRefusesADirectoryAndReadsAFileAsUsual) {
+  std::unique_ptr<PositionalFile> directory;
+  EXPECT_FALSE(fs_->OpenFile(dir_.path(), kOpenRead | kOpenRegularOnly, &directory).ok());
+  EXPECT_EQ(directory, nullptr);
+
+  std::string path = dir_.Join("regular");
+  size_t written = 0;
+  ASSERT_TRUE(Open(path, kOpenWrite | kOpenCreate)->Write(0, "bytes", 5, &written).ok());
+  auto file = Open(path, kOpenRead | kOpenRegularOnly);
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(ReadAll(*file, 0, 100), "bytes");
+}
+
 TEST_F(FileSystemTest, RenameReplacesAnExistingTarget) {
   std::string from = dir_.Join("from");
   std::string to = dir_.Join("to");

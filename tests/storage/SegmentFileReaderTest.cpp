@@ -101,6 +101,32 @@ TEST_F(SegmentFileReaderTest, ARunOfWholeChunksReadsInPlaceWithEveryChunksGuard)
   EXPECT_EQ(adapter_->readRun(buffer.data(), 600, 0), 600);
 }
 
+// The file ends inside the last chunk's checksum: that checksum reads as 0,
+// so the chunk is served on every path. A file that ends inside the content
+// serves nothing of that chunk.
+TEST_F(SegmentFileReaderTest, LastChecksumCutShortReadsAsZeroAndTheChunkIsServed) {
+  for (uint64_t index = 0; index < 4; ++index) Fill(index);
+  std::vector<uint8_t> raw = dltest::ReadWholeFile(path_);
+  raw.resize(raw.size() - 2);
+  dltest::WriteWholeFile(path_, raw);
+
+  std::vector<uint8_t> buffer(1000);
+  ASSERT_EQ(adapter_->readRun(buffer.data(), 1000, 0), 1000);
+  EXPECT_EQ(buffer, SourceBytes(kSeed, 0, 1000));
+  buffer.assign(100, 0);
+  ASSERT_EQ(adapter_->readRun(buffer.data(), 100, 900), 100);
+  EXPECT_EQ(buffer, SourceBytes(kSeed, 900, 100));
+  SegmentFileReader reader(path_, 2, provider_);
+  EXPECT_EQ(Read(reader, 850, 150), SourceBytes(kSeed, 850, 150));
+
+  raw.resize(raw.size() - 3);  // one content byte gone
+  dltest::WriteWholeFile(path_, raw);
+  EXPECT_EQ(adapter_->readRun(buffer.data(), 100, 900), -1);
+  EXPECT_EQ(adapter_->readRun(buffer.data(), 1000, 0), -1);
+  SegmentFileReader after(path_, 3, provider_);
+  EXPECT_EQ(Read(after, 850, 150), SourceBytes(kSeed, 850, 50)) << "only up to the chunk the file lost bytes of";
+}
+
 TEST_F(SegmentFileReaderTest, ReaderOfAMissingOrForeignFileReadsNothingAndCreatesNothing) {
   SegmentFileReader missing(dir_.Join("missing"), 2, provider_);
   EXPECT_FALSE(missing.isValid());

@@ -102,11 +102,20 @@ int64_t DiskAdapter::readRun(uint8_t* data, uint64_t len, uint64_t goff) {
     slices.push_back({checksumBytes.data() + i * SegmentFileV1::kChecksumSize, SegmentFileV1::kChecksumSize});
   }
   int64_t bytesRead = file_->readScattered(slices, chunks.front().position);
-  std::vector<uint32_t> storedChecksums(chunks.size());
-  for (size_t i = 0; i < chunks.size(); ++i) {
+  std::vector<uint32_t> storedChecksums(chunks.size(), 0);
+  int64_t contentRead = bytesRead < 0 ? bytesRead : 0;
+  uint64_t unparsed = bytesRead < 0 ? 0 : static_cast<uint64_t>(bytesRead);
+  for (size_t i = 0; i < chunks.size() && unparsed > 0; ++i) {
+    uint64_t content = std::min<uint64_t>(unparsed, chunks[i].content_len);
+    contentRead += static_cast<int64_t>(content);
+    unparsed -= content;
+    // A checksum cut short by the end of the file reads as 0, as a single
+    // chunk's does: the file's last chunk is then still served.
+    if (unparsed < SegmentFileV1::kChecksumSize) break;
     storedChecksums[i] = GetLittleEndian<uint32_t>(checksumBytes.data() + i * SegmentFileV1::kChecksumSize);
+    unparsed -= SegmentFileV1::kChecksumSize;
   }
-  if (!intercept_->after_read_run(data, goff, len, bytesRead, chunks, storedChecksums)) return -1;
+  if (!intercept_->after_read_run(data, goff, len, contentRead, chunks, storedChecksums)) return -1;
   return static_cast<int64_t>(len);
 }
 

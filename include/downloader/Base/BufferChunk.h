@@ -61,8 +61,10 @@ class DOWNLOADER_EXPORT BufferChunk {
   void SetFlag(int32_t flag) { flag_ = flag; }
   void SetInfoCode(int32_t infoCode) { infoCode_ = infoCode; }
 
+  // The layout is part of the binary interface: hosts compiled against this
+  // header allocate chunks and inline the accessors. The block's capacity
+  // (it may be a recycled, larger block) is kept by the recycler that lent it.
   uint8_t* data_ = nullptr;
-  uint64_t capacity_ = 0;  // of data_, at least size_
   uint64_t size_;
   uint64_t readOffset_ = 0;
   int32_t flag_ = 0;

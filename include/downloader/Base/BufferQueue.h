@@ -46,10 +46,12 @@ class DOWNLOADER_EXPORT BufferQueue {
   uint64_t GetTotalBytes() const { return totalBytes_.load(); }
 
  private:
-  std::mutex mutex_;
+  // The order of the members is part of the binary interface (GetTotalBytes
+  // is inlined into hosts).
+
   // Guarded by mutex_.
   std::deque<std::shared_ptr<BufferChunk>> chunks_;
-
+  std::mutex mutex_;
   // Written under mutex_, readable without it.
   std::atomic<uint64_t> totalBytes_{0};
 };

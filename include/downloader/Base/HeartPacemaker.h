@@ -9,7 +9,10 @@
 // Thread rules: Start and Stop come from the owner's thread (not concurrently
 // with each other). Stop joins the timer thread, so when it returns no beat
 // is running and none will run; called from inside the consumer it only marks
-// the stop. SetHeartbeatCallback must be called before pacemakers start.
+// the stop. Start on a beating pacemaker replaces its timer the same way,
+// without stopping the pacemaker: the earlier timer's thread ends with no
+// further beat. SetHeartbeatCallback must be called before pacemakers start.
+// mutex_ guards params_ and timer_ (a beat posts its successor to timer_).
 #ifndef DOWNLOADER_BASE_HEARTPACEMAKER_H_
 #define DOWNLOADER_BASE_HEARTPACEMAKER_H_
 
@@ -35,7 +38,8 @@ class DOWNLOADER_EXPORT HeartPacemaker : public std::enable_shared_from_this<Hea
   // The callback's map for `pid`, or an empty map without a callback.
   static HeartbeatInfo GetHeartbeatInfo(int32_t pid);
 
-  // Starts beating; a pacemaker that is already beating is stopped first.
+  // Starts beating on a new timer; an earlier timer is ended, not stopped
+  // (no "stopped" line).
   void Start(const PacemakerParams& params);
   // Does nothing (and logs nothing) when not beating.
   void Stop();
@@ -43,15 +47,16 @@ class DOWNLOADER_EXPORT HeartPacemaker : public std::enable_shared_from_this<Hea
  private:
   HeartPacemaker();
   static void Heartbeat(std::shared_ptr<HeartPacemaker> self, PacemakerParams params);
-  // Posts the next beat to the current timer unless stopped.
+  // Posts the next beat to the current timer unless stopped, or unless the
+  // calling beat ran on a timer that has since been replaced.
   void ScheduleNext(const PacemakerParams& params);
 
-  std::atomic<bool> stopped_{true};
-
-  std::mutex mutex_;
   // Guarded by mutex_.
   PacemakerParams params_;
   std::shared_ptr<MessageLooper> timer_;
+  // Set by Start and Stop; a beat tests it before posting the next one.
+  std::atomic<bool> stopped_{true};
+  std::mutex mutex_;
 };
 
 }  // namespace downloader

@@ -1,8 +1,13 @@
 // A sized raw buffer that either owns its memory (Alloc) or borrows the
-// caller's (SetBuffer).
+// caller's (SetBuffer). An owned buffer is freed by Free or the destructor.
 //
-// Copy assignment makes the copy a borrowing view of the same bytes: exactly
-// one packet owns a block, so a copy can never free it twice. Not synchronised.
+// Ownership hazard: copy assignment copies size, buffer and ownership as they
+// are, so the copy of an owning packet owns the same block as well. The block
+// must be freed once only: before both packets Free or die, disown one of them
+// by assigning an empty packet to it (assignment never frees the target's
+// buffer). Not synchronised.
+//
+// The layout (size, buffer, borrowed flag) is part of the binary interface.
 #ifndef DOWNLOADER_BASE_PACKET_H_
 #define DOWNLOADER_BASE_PACKET_H_
 
@@ -16,6 +21,8 @@ class DOWNLOADER_EXPORT Packet {
  public:
   explicit Packet(uint64_t size);
   Packet(const Packet& other) = delete;
+  // Copies the three fields; the buffer this packet held is not freed (call
+  // Free first if it owns one). See the ownership hazard above.
   Packet& operator=(const Packet& other);
   ~Packet();
 

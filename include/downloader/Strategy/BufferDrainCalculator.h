@@ -40,14 +40,16 @@ class DOWNLOADER_EXPORT BufferDrainCalculator : public DrainCalculator {
  private:
   int32_t SlotOf(int32_t index) const { return index % ringSize_; }
 
+  // Reading thread only.
+  std::vector<uint64_t> sampleSizes_;
+  std::vector<Clock::time_point> sampleTimes_;
+
   // Constant after construction.
   const int32_t ringSize_;
   const int32_t thresholdPercent_;
   const int32_t bufferThresholdMs_;
 
   // Reading thread only.
-  std::vector<uint64_t> sampleSizes_;
-  std::vector<Clock::time_point> sampleTimes_;
   int32_t currentBufferMs_ = -1;
   int32_t sampleIndex_ = -1;
 
