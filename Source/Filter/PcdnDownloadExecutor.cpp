@@ -7,11 +7,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include <downloader/Base/BufferChunk.h>
 #include <downloader/Base/HeartPacemaker.h>
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
+#include "Base/ByteChannel.h"
 #include "Stream/PcdnReadEvent.h"
 #include "Utils/log/LogMessage.h"
 
@@ -20,8 +20,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Waiters poll in steps of this length, so a lost wake-up costs at most one step.
-constexpr std::chrono::milliseconds kWaitStep{100};
 constexpr int kEngineMode = 0;
 constexpr int64_t kToTheEnd = -1;
 constexpr int kGoOn = 0;
@@ -107,23 +105,26 @@ DLResultCode PcdnDownloadExecutor::OpenAsync(const std::shared_ptr<URI>& /*uri*/
 
 DLResultCode PcdnDownloadExecutor::WaitOpenResult() { return DLResultCode(kDLFailure, 0); }
 
-DLResultCode PcdnDownloadExecutor::StartRead(int64_t offset, bool freshQueue) {
+DLResultCode PcdnDownloadExecutor::StartRead(int64_t offset, bool freshChannel) {
   int64_t id = 0;
+  std::shared_ptr<ByteChannel> replaced;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
     id = downloadId_;
-    if (freshQueue || queue_ == nullptr) {
-      queue_ = std::make_shared<BufferQueue>();
-      terminalSeen_ = false;
-      ended_ = false;
+    if (freshChannel || channel_ == nullptr) {
+      replaced = std::move(channel_);
+      // A closed channel signals nothing, and Close (also run by the destructor) closes it.
+      channel_ = std::make_shared<ByteChannel>([this](bool pause, uint64_t queued) { ApplyFlow(pause, queued); });
     }
     nextOffset_ = offset;
     firstEvent_ = false;
     readFailure_ = 0;
     readDelivered_ = false;
-    paused_ = false;
+    stopDelivery_ = false;
+    resumeDue_ = false;
   }
+  if (replaced != nullptr) replaced->Close();
   // Outside the lock: the engine may wait for a running callback, which takes it.
   const int answer = PcdnInterfaceHelper::dlPCDNRead(id, kEngineMode, url_.c_str(), offset, kToTheEnd, "",
                                                      &PcdnDownloadExecutor::OnEngineRead);
@@ -144,7 +145,7 @@ DLResultCode PcdnDownloadExecutor::WaitFirstEvent() {
       DL_LOGW << "pcdn open timed out after " << readTimeoutMs_ << " ms, id:" << downloadId_;
       return DLResultCode(kDLFailure, kTimeoutSubCode);
     }
-    cv_.wait_for(lock, std::min<Clock::duration>(kWaitStep, deadline - now));
+    cv_.wait_for(lock, std::min<Clock::duration>(ByteChannel::kWaitStep, deadline - now));
   }
   if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
   // A read that failed before its first byte is a failed open (or seek).
@@ -188,48 +189,71 @@ int PcdnDownloadExecutor::OnEngineRead(int64_t id, int64_t offset, int kind, con
 
 int PcdnDownloadExecutor::HandleEngineRead(int64_t offset, int kind, const char* data, int64_t length,
                                            int64_t total, int code) {
-  std::shared_ptr<BufferQueue> queue;
-  std::shared_ptr<BufferChunk> chunk;
-  int answer = kGoOn;
+  std::lock_guard<std::mutex> delivery(deliveryMutex_);
+  std::shared_ptr<ByteChannel> channel;
+  bool end = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (closed_ || ended_ || queue_ == nullptr) return kStopDelivering;
+    if (closed_ || channel_ == nullptr || channel_->Ended()) return kStopDelivering;
     if (offset != nextOffset_) return kStopDelivering;  // a replaced read
     if (total > 0) totalSize_ = total;
     if (kind == kPcdnReadData) {
       if (data == nullptr || length <= 0) return kGoOn;
-      chunk = BufferChunk::AllocBufferChunk(data, static_cast<uint64_t>(length));
-      if (chunk == nullptr) {
-        chunk = BufferChunk::AllocFlaggedChunk(kDLFailure, static_cast<int32_t>(kEngineErrorSubCode));
-        ended_ = true;
-      } else {
-        nextOffset_ += length;
-        receivedBytes_ += static_cast<uint64_t>(length);
-        readDelivered_ = true;
-      }
+      nextOffset_ += length;
+      receivedBytes_ += static_cast<uint64_t>(length);
+      readDelivered_ = true;
     } else {
       // A failure at or past the end of a resource of known size is its end.
       const bool pastTheEnd = kind == kPcdnReadError && totalSize_ > 0 && offset >= totalSize_;
-      const bool end = kind == kPcdnReadDone || pastTheEnd;
+      end = kind == kPcdnReadDone || pastTheEnd;
       DL_LOGD << "pcdn read ended, offset:" << offset << ", end:" << end << ", code:" << code;
       if (!end) readFailure_ = kEngineErrorSubCode;
-      chunk = BufferChunk::AllocFlaggedChunk(end ? kDLEndOfData : kDLFailure,
-                                             end ? 0 : static_cast<int32_t>(kEngineErrorSubCode));
-      ended_ = true;
     }
-    queue = queue_;
-    // Appended under the lock so that chunks of one read keep their order.
-    queue->AppendData(chunk);
-    if (!ended_ && queue->GetTotalBytes() > kQueuePauseBytes) {
-      paused_ = true;
-      answer = kStopDelivering;
-      DL_LOGD << "pcdn delivery paused, queued:" << queue->GetTotalBytes();
-    }
+    channel = channel_;
+  }
+  // Outside mutex_: a write may signal the flow, which takes it.
+  if (kind == kPcdnReadData) {
+    channel->Write(data, static_cast<size_t>(length));
+  } else {
+    channel->End(end ? DLResultCode(kDLEndOfData, 0) : DLResultCode(kDLFailure, kEngineErrorSubCode));
+  }
+  int answer = kGoOn;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (stopDelivery_ && kind == kPcdnReadData) answer = kStopDelivering;
     firstEvent_ = true;
-    ++arrivals_;
   }
   cv_.notify_all();
   return answer;
+}
+
+void PcdnDownloadExecutor::ApplyFlow(bool pause, uint64_t queuedBytes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (pause) {
+    stopDelivery_ = true;
+    DL_LOGD << "pcdn delivery paused, queued:" << queuedBytes;
+  } else if (stopDelivery_) {
+    resumeDue_ = true;
+  }
+}
+
+void PcdnDownloadExecutor::ResumeIfDue() {
+  int64_t offset = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!resumeDue_ || closed_) return;
+    resumeDue_ = false;
+    offset = nextOffset_;
+  }
+  DL_LOGD << "pcdn delivery resumed at " << offset;
+  DLResultCode resumed = StartRead(offset, false);
+  if (resumed.IsSuccess()) return;
+  std::shared_ptr<ByteChannel> channel;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    channel = channel_;
+  }
+  if (channel != nullptr) channel->End(DLResultCode(kDLFailure, resumed.subCode));
 }
 
 // --- Reading ---------------------------------------------------------------
@@ -238,64 +262,36 @@ DLReadResult PcdnDownloadExecutor::Read(Packet& packet) {
   DLReadResult result;
   result.Set(kDLSuccess, 0, 0);
   if (packet.GetSize() == 0 || packet.GetBuffer() == nullptr) return result;
-  const Clock::time_point begin = Clock::now();
-  const auto readTimeout = std::chrono::milliseconds(readTimeoutMs_);
-  for (;;) {
-    std::shared_ptr<BufferQueue> queue;
-    uint64_t seen = 0;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (closed_ || openFailed_ || queue_ == nullptr) {
-        static_cast<DLResultCode&>(result) = FailedResult();
-        return result;
-      }
-      if (terminalSeen_) return terminal_;
-      queue = queue_;
-      seen = arrivals_;
-    }
-    result = queue->ReadData(packet.GetBuffer(), static_cast<uint64_t>(packet.GetSize()));
-    if (result.bytes > 0) {
-      ResumeIfDrained();
-      return result;
-    }
-    if (result.code != kDLSuccess) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (queue == queue_) {
-        terminal_ = result;
-        terminalSeen_ = true;
-      }
-      return result;
-    }
-    ResumeIfDrained();
-    const auto elapsed = Clock::now() - begin;
-    if (elapsed >= readTimeout) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      timedOut_ = true;
-      DL_LOGW << "pcdn read timed out after " << readTimeoutMs_ << " ms, id:" << downloadId_;
-      result.Set(kDLFailure, 0, kTimeoutSubCode);
-      return result;
-    }
-    std::unique_lock<std::mutex> lock(mutex_);
-    cv_.wait_for(lock, std::min<Clock::duration>(kWaitStep, readTimeout - elapsed),
-                 [&] { return closed_ || arrivals_ != seen; });
-  }
-}
-
-void PcdnDownloadExecutor::ResumeIfDrained() {
-  int64_t offset = 0;
+  std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!paused_ || closed_ || queue_ == nullptr || queue_->GetTotalBytes() >= kQueueResumeBytes) return;
-    offset = nextOffset_;
+    if (closed_ || openFailed_ || channel_ == nullptr) {
+      static_cast<DLResultCode&>(result) = FailedResult();
+      return result;
+    }
+    channel = channel_;
   }
-  DL_LOGD << "pcdn delivery resumed at " << offset;
-  DLResultCode resumed = StartRead(offset, false);
-  if (resumed.IsSuccess()) return;
+  const ByteChannel::ReadOutcome outcome = channel->Read(
+      packet.GetBuffer(), static_cast<size_t>(packet.GetSize()), Clock::now() + std::chrono::milliseconds(readTimeoutMs_));
+  ResumeIfDue();
+  switch (outcome.status) {
+    case ByteChannel::ReadStatus::kBytes:
+      result.Set(kDLSuccess, outcome.bytes, 0);
+      return result;
+    case ByteChannel::ReadStatus::kEnded:
+      result.Set(outcome.end.code, 0, outcome.end.subCode);
+      return result;
+    case ByteChannel::ReadStatus::kClosed:
+      result.Set(kDLFailure, 0, kClosedSubCode);
+      return result;
+    case ByteChannel::ReadStatus::kTimedOut:
+      break;
+  }
   std::lock_guard<std::mutex> lock(mutex_);
-  if (queue_ != nullptr && !ended_) {
-    queue_->AppendData(BufferChunk::AllocFlaggedChunk(kDLFailure, static_cast<int32_t>(resumed.subCode)));
-    ended_ = true;
-  }
+  timedOut_ = true;
+  DL_LOGW << "pcdn read timed out after " << readTimeoutMs_ << " ms, id:" << downloadId_;
+  result.Set(kDLFailure, 0, kTimeoutSubCode);
+  return result;
 }
 
 DLResultCode PcdnDownloadExecutor::FailedResult() const {
@@ -318,15 +314,17 @@ DLResultCode PcdnDownloadExecutor::Seek(int64_t offset) {
 DLResultCode PcdnDownloadExecutor::Close() {
   int64_t id = 0;
   std::shared_ptr<HeartPacemaker> pacemaker;
+  std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) return DLResultCode(kDLSuccess, 0);
     closed_ = true;
     id = downloadId_;
     pacemaker = std::move(pacemaker_);
-    queue_.reset();
+    channel = std::move(channel_);
   }
   cv_.notify_all();
+  if (channel != nullptr) channel->Close();
   // Outside the lock: Stop joins a running beat, the engine a running callback.
   if (pacemaker != nullptr) pacemaker->Stop();
   if (id > 0) {

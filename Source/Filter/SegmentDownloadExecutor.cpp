@@ -7,13 +7,13 @@
 #include <downloader/Base/BufferChunk.h>
 #include <downloader/Storage/CacheWriter.h>
 
+#include "Base/ByteChannel.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace {
 
 constexpr int64_t kDefaultReadTimeoutMs = 5000;
-constexpr auto kWaitStep = std::chrono::milliseconds(100);
 
 // How long a read waits for bytes: "segment_control_timeout" when set, else
 // "read_timeout". Read once, at construction: a read is on the player's hot
@@ -35,7 +35,8 @@ SegmentDownloadExecutor::SegmentDownloadExecutor(ConfigPtr config, std::shared_p
       uri_(std::move(uri)),
       readWaitMs_(ReadWaitMs(config_)),
       jobId_(NextJobId()),
-      tag_("[diskcache][jobid" + std::to_string(jobId_) + "_SegmentDownloadExecutor]") {}
+      tag_("[diskcache][jobid" + std::to_string(jobId_) + "_SegmentDownloadExecutor]"),
+      channel_(std::make_shared<ByteChannel>()) {}
 
 SegmentDownloadExecutor::~SegmentDownloadExecutor() {
   StopReading();
@@ -91,7 +92,8 @@ void SegmentDownloadExecutor::Wait(int64_t waitMs) {
   std::unique_lock<std::mutex> lock(mutex_);
   auto settled = [this] { return fileSize_ > 0 || errorSeen_ || closed_; };
   while (!settled() && std::chrono::steady_clock::now() < deadline) {
-    if (!changed_.wait_until(lock, std::min(deadline, std::chrono::steady_clock::now() + kWaitStep), settled)) {
+    if (!changed_.wait_until(lock, std::min(deadline, std::chrono::steady_clock::now() + ByteChannel::kWaitStep),
+                             settled)) {
       DL_LOGD << tag_ << "wait once finish,false";
     }
   }
@@ -99,30 +101,40 @@ void SegmentDownloadExecutor::Wait(int64_t waitMs) {
 
 void SegmentDownloadExecutor::StartReading(int64_t offset) {
   StopReading();
-  queue_.Reset();
   {
     std::lock_guard<std::mutex> lock(mutex_);
+    channel_ = std::make_shared<ByteChannel>();
     startOffset_ = offset;
     readOffset_ = offset;
     received_ = 0;
     errorSeen_ = false;
     errorSubCode_ = 0;
   }
+  std::lock_guard<std::mutex> side(readSideMutex_);
   readSide_.reset(new storage::SegmentReadSide(fileName_, jobId_, this));
   readSide_->Start(offset);
 }
 
 void SegmentDownloadExecutor::StopReading() {
+  std::shared_ptr<ByteChannel> channel;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    channel = channel_;
+  }
+  // A Read that waits in it returns now.
+  if (channel != nullptr) channel->Close();
+  std::lock_guard<std::mutex> side(readSideMutex_);
   if (readSide_) readSide_->Stop();
   readSide_.reset();
 }
 
 DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
   DLReadResult result;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(readWaitMs_);
-  std::unique_lock<std::mutex> lock(mutex_);
-  DL_LOGT << tag_ << "read,offset:" << readOffset_;
-  while (true) {
+  const auto deadline = ByteChannel::Clock::now() + std::chrono::milliseconds(readWaitMs_);
+  std::shared_ptr<ByteChannel> channel;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    DL_LOGT << tag_ << "read,offset:" << readOffset_;
     if (closed_ || fileSize_ <= 0) {
       result.Set(kDLFailure, 0, OpenResultLocked().subCode);
       return result;
@@ -132,26 +144,38 @@ DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
       result.Set(kDLEndOfData, 0, 0);
       return result;
     }
-    result = queue_.ReadData(packet.GetBuffer(), packet.GetSize());
-    if (result.bytes > 0) {
-      readOffset_ += static_cast<int64_t>(result.bytes);
-      lock.unlock();
-      if (readSide_) readSide_->Consumed(result.bytes);
-      DL_LOGT << tag_ << "read,queue read size:" << result.bytes;
-      return result;
-    }
-    if (errorSeen_) {
+    channel = channel_;
+  }
+  const ByteChannel::ReadOutcome outcome =
+      channel->Read(packet.GetBuffer(), static_cast<size_t>(packet.GetSize()), deadline);
+  switch (outcome.status) {
+    case ByteChannel::ReadStatus::kBytes:
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        readOffset_ += static_cast<int64_t>(outcome.bytes);
+      }
+      {
+        std::lock_guard<std::mutex> side(readSideMutex_);
+        if (readSide_) readSide_->Consumed(outcome.bytes);
+      }
+      DL_LOGT << tag_ << "read,queue read size:" << outcome.bytes;
+      result.Set(kDLSuccess, outcome.bytes, 0);
+      break;
+    case ByteChannel::ReadStatus::kEnded:
       DL_LOGD << tag_ << "read,empty with error";
-      result.Set(kDLFailure, 0, errorSubCode_);
-      return result;
+      result.Set(outcome.end.code, 0, outcome.end.subCode);
+      break;
+    case ByteChannel::ReadStatus::kClosed: {
+      std::lock_guard<std::mutex> lock(mutex_);
+      result.Set(kDLFailure, 0, OpenResultLocked().subCode);
+      break;
     }
-    if (std::chrono::steady_clock::now() >= deadline) {
+    case ByteChannel::ReadStatus::kTimedOut:
       DL_LOGD << tag_ << "read,empty with timeout";
       result.Set(kDLSuccess, 0, 0);
-      return result;
-    }
-    changed_.wait_until(lock, std::min(deadline, std::chrono::steady_clock::now() + kWaitStep));
+      break;
   }
+  return result;
 }
 
 DLResultCode SegmentDownloadExecutor::Seek(int64_t offset) {
@@ -177,6 +201,7 @@ DLResultCode SegmentDownloadExecutor::Close() {
     closed_ = true;
   }
   changed_.notify_all();
+  // Closes the channel, so that a Read waiting on another thread returns.
   StopReading();
   return DLResultCode(kDLSuccess, 0);
 }
@@ -185,9 +210,9 @@ void SegmentDownloadExecutor::SetHint(const std::string& /*hint*/) {}
 
 std::string SegmentDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "is_loaded_from_cache") return "1";
-  if (key == "memory_usage") return std::to_string(queue_.GetTotalBytes());
   if (key == "executor_name") return "segment_download_filter";
   std::lock_guard<std::mutex> lock(mutex_);
+  if (key == "memory_usage") return std::to_string(channel_->HeldBytes());
   if (key == "downloaded_size") return std::to_string(received_);
   return std::string();
 }
@@ -203,6 +228,7 @@ void SegmentDownloadExecutor::OnOpen(int64_t fileSize) {
 
 void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, std::shared_ptr<BufferChunk> bytes) {
   uint64_t size = bytes ? bytes->GetSize() : 0;
+  std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) {
@@ -215,20 +241,24 @@ void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, std::shared_ptr<Buf
       DL_LOGD << tag_ << "onsegmentbyte,invalid offset,size:" << size;
       return;
     }
-    queue_.AppendData(std::move(bytes));
     received_ += size;
+    channel = channel_;
     DL_LOGT << tag_ << "onsegmentbyte,append";
   }
-  changed_.notify_all();
+  // One thread delivers, in offset order, so the writes keep that order outside the lock.
+  channel->Write(bytes->GetData(), static_cast<size_t>(size));
 }
 
 void SegmentDownloadExecutor::OnSegmentError(int64_t subCode) {
   DL_LOGD << tag_ << "onError,sub_code:" << subCode;
+  std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     errorSeen_ = true;
     errorSubCode_ = subCode;
+    channel = channel_;
   }
+  if (channel != nullptr) channel->End(DLResultCode(kDLFailure, subCode));
   changed_.notify_all();
 }
 

@@ -1,6 +1,7 @@
 // Serves a request from the segment file stored for it: a reading side
-// delivers the file's bytes in order on its own thread, they queue here as one
-// contiguous run, and Read hands them out. Its name is "CACHE1".
+// delivers the file's bytes in order on its own thread, they queue here in a
+// byte channel as one contiguous run, and Read hands them out. Its name is
+// "CACHE1".
 //
 // Open waits at most "segment_open_timeout" ms (default 0) for the reading
 // side to report the file, which it does before Start returns, so the default
@@ -12,12 +13,15 @@
 // (1, SNST) once the reading side met a chunk that is not stored and the queue
 // is empty (the stream then moves on at that offset); (0, 0) after waiting
 // "segment_control_timeout" ms, or "read_timeout" (5000) when that is 0, in
-// 100 ms steps without a byte.
+// 100 ms steps without a byte; (1, SNST) at once once closed, also when Close
+// comes from another thread while a Read waits.
 //
 // Thread rules: the stream's thread calls the IDownloadExecutor operations;
-// the reading side calls the listener slots on its thread. mutex_ guards the
-// counters and flags, the queue locks itself; the reading side is replaced
-// only by Open and Seek and stopped outside mutex_.
+// the reading side calls the listener slots on its thread; Close may also
+// come from another thread. mutex_ guards the counters, the flags and the
+// channel pointer, the channel locks itself; the reading side is replaced
+// only by Open and Seek and stopped outside mutex_, after its channel is
+// closed; readSideMutex_ guards it.
 #ifndef DOWNLOADER_FILTER_SEGMENTDOWNLOADEXECUTOR_H_
 #define DOWNLOADER_FILTER_SEGMENTDOWNLOADEXECUTOR_H_
 
@@ -27,13 +31,14 @@
 #include <mutex>
 #include <string>
 
-#include <downloader/Base/BufferQueue.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Pipe/ConfigReader.h>
 
 #include "Storage/SegmentReadSide.h"
 
 namespace downloader {
+
+class ByteChannel;
 
 class SegmentDownloadExecutor : public IDownloadExecutor, public storage::SegmentReadListener {
  public:
@@ -74,13 +79,16 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
   const std::string tag_;
   std::string fileName_;
 
-  BufferQueue queue_;
-  // Stream thread only.
+  // The reading thread never takes readSideMutex_, so it may be held while
+  // Stop joins that thread.
+  std::mutex readSideMutex_;
+  // Guarded by readSideMutex_: Close may stop it from another thread.
   std::unique_ptr<storage::SegmentReadSide> readSide_;
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_.
+  std::shared_ptr<ByteChannel> channel_;
   int64_t startOffset_ = 0;
   uint64_t received_ = 0;
   int64_t readOffset_ = 0;

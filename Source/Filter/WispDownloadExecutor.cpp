@@ -9,9 +9,9 @@
 #include <wisp/http/Metrics.h>
 #include <wisp/http/WispClient.h>
 
+#include "Base/ByteChannel.h"
 #include "Base/Sha256.h"
 #include "Filter/HttpErrorCode.h"
-#include "Filter/WispBufferQueue.h"
 #include "Filter/WispLastReports.h"
 #include "Filter/WispPreloadBuffer.h"
 #include "Filter/WispRequestBuilder.h"
@@ -22,12 +22,6 @@
 namespace downloader {
 namespace {
 
-// Waiters poll in steps of this length, so a lost wake-up costs at most one step.
-constexpr std::chrono::milliseconds kWaitStep{100};
-// A reader that found nothing first waits this long, during which arriving
-// bytes wake it only once kWakeBytes are queued.
-constexpr std::chrono::milliseconds kCoalesceStep{2};
-constexpr uint64_t kWakeBytes = 1u << 20;
 constexpr int64_t kNoDetail = -1;
 constexpr char kInterruptedText[] = "WispDownloadFilter,interrupted";
 constexpr char kReportCategory[] = "downloader";
@@ -164,8 +158,11 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
   WispRequest request = WispRequestBuilder(config_, uri_, logTag_).Build(seekOffset, playerBufferMs);
   std::shared_ptr<wisp::http::IRequestCall> call =
       wisp::http::WispClient::Default()->CreateRequestCaller(wisp::http::RequestType::kGet, request.options);
-  auto queue = std::make_shared<BufferQueue>();
-  if (!firstBytes.empty()) queue->Write(firstBytes.data(), firstBytes.size());
+  std::weak_ptr<wisp::http::IRequestCall> flowCall = call;
+  auto channel = std::make_shared<ByteChannel>(
+      [this, flowCall](bool pause, uint64_t queuedBytes) { ApplyFlow(flowCall, pause, queuedBytes); });
+  if (!firstBytes.empty()) channel->Write(firstBytes.data(), firstBytes.size());
+  std::shared_ptr<ByteChannel> replaced;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) return InterruptedResult();
@@ -174,7 +171,8 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
     error_ = wisp::http::Error();
     readTimedOut_ = false;
     headerRefused_ = false;
-    queue_ = queue;
+    replaced = std::move(channel_);
+    channel_ = channel;
     requestUrl_ = request.url;
     requestStart_ = request.rangeStart;
     offset_ = request.rangeStart;
@@ -190,10 +188,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
       hash_->Update(std::to_string(request.rangeStart));
     }
   }
-  {
-    std::lock_guard<std::mutex> flow(flowMutex_);
-    paused_ = false;
-  }
+  if (replaced != nullptr) replaced->Close();
   DL_LOGI << logTag_ << "] WISPDownloadExecutor start, url:" << request.url << " request_id:" << call->RequestId()
           << " this:" << this;
   BeginReceiving();
@@ -239,7 +234,7 @@ WispDownloadExecutor::WaitOutcome WispDownloadExecutor::WaitForResponse() {
     if (response_ != nullptr) return WaitOutcome::kResponded;
     if (error_.IsError()) return WaitOutcome::kFailed;
     if (call_ == nullptr) return WaitOutcome::kInterrupted;  // nothing was started
-    cv_.wait_for(lock, kWaitStep);
+    cv_.wait_for(lock, ByteChannel::kWaitStep);
   }
 }
 
@@ -270,71 +265,53 @@ DLResultCode WispDownloadExecutor::InterruptedResult() {
 DLReadResult WispDownloadExecutor::Read(Packet& packet) {
   DLReadResult result;
   if (packet.GetSize() == 0 || packet.GetBuffer() == nullptr) return result;
-  const Clock::time_point begin = Clock::now();
-  const auto readTimeout = std::chrono::milliseconds(readTimeoutMs_);
-  Clock::time_point waitStart;
-  for (;;) {
-    std::shared_ptr<BufferQueue> queue;
-    uint64_t seen = 0;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (closed_) {
-        static_cast<DLResultCode&>(result) = InterruptedResult();
-        return result;
-      }
-      queue = queue_;
-      seen = arrivals_;
-    }
-    if (queue == nullptr) {
-      DL_LOGW << logTag_ << "error! cur_queue is null";
-      return result;
-    }
-    const size_t count = queue->Read(packet.GetBuffer(), static_cast<size_t>(packet.GetSize()));
-    if (count > 0) {
-      readBytes_ += count;
-      ResumeIfDrained(queue);
-      DL_LOGT << logTag_ << "read:" << count;
-      result.Set(kDLSuccess, count, 0);
-      return result;
-    }
-    if (queue->Drained()) return EndOfDataResult();
-    if (fastRead_) return result;
-    const auto elapsed = Clock::now() - begin;
-    if (elapsed >= readTimeout) {
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        timedOut_ = true;
-        readTimedOut_ = true;
-      }
-      DL_LOGW << logTag_ << "error?? read timed out after " << readTimeoutMs_ << " ms, read size:" << readBytes_;
-      result.Set(kDLFailure, 0, HttpErrorCode::kTimeout);
-      return result;
-    }
-    // The first step is short and the network does not wake the reader for
-    // less than kWakeBytes during it, so bytes arriving in quick succession are
-    // taken in one go instead of one wake-up (and one preemption of the
-    // network thread) per block.
-    const bool firstStep = waitStart == Clock::time_point();
-    if (firstStep) waitStart = Clock::now();
-    const auto step = std::min<Clock::duration>(firstStep ? kCoalesceStep : kWaitStep, readTimeout - elapsed);
-    std::unique_lock<std::mutex> lock(mutex_);
-    readerWaitingSince_ = waitStart;
-    cv_.wait_for(lock, step, [&] { return closed_ || arrivals_ != seen; });
-    readerWaitingSince_ = Clock::time_point();
-  }
-}
-
-DLReadResult WispDownloadExecutor::EndOfDataResult() {
-  DLReadResult result;
-  int64_t subCode = 0;
+  std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    subCode = FailureSubCodeLocked();
+    if (closed_) {
+      static_cast<DLResultCode&>(result) = InterruptedResult();
+      return result;
+    }
+    channel = channel_;
   }
-  if (subCode != 0) {
-    DL_LOGW << "[KeyFlow][" << logTag_ << "] period WispDownloadExecutor error, errorCode:" << subCode << "("
-            << SubCodeTag(subCode) << ")";
-    result.Set(kDLFailure, 0, subCode);
+  if (channel == nullptr) {
+    DL_LOGW << logTag_ << "error! cur_queue is null";
+    return result;
+  }
+  const Clock::time_point deadline = fastRead_ ? Clock::now() : Clock::now() + std::chrono::milliseconds(readTimeoutMs_);
+  const ByteChannel::ReadOutcome outcome =
+      channel->Read(packet.GetBuffer(), static_cast<size_t>(packet.GetSize()), deadline);
+  switch (outcome.status) {
+    case ByteChannel::ReadStatus::kBytes:
+      readBytes_ += outcome.bytes;
+      DL_LOGT << logTag_ << "read:" << outcome.bytes;
+      result.Set(kDLSuccess, outcome.bytes, 0);
+      return result;
+    case ByteChannel::ReadStatus::kEnded:
+      return EndOfDataResult(outcome.end);
+    case ByteChannel::ReadStatus::kClosed:
+      static_cast<DLResultCode&>(result) = InterruptedResult();
+      return result;
+    case ByteChannel::ReadStatus::kTimedOut:
+      break;
+  }
+  if (fastRead_) return result;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    timedOut_ = true;
+    readTimedOut_ = true;
+  }
+  DL_LOGW << logTag_ << "error?? read timed out after " << readTimeoutMs_ << " ms, read size:" << readBytes_;
+  result.Set(kDLFailure, 0, HttpErrorCode::kTimeout);
+  return result;
+}
+
+DLReadResult WispDownloadExecutor::EndOfDataResult(const DLResultCode& end) {
+  DLReadResult result;
+  if (end.code != kDLEndOfData) {
+    DL_LOGW << "[KeyFlow][" << logTag_ << "] period WispDownloadExecutor error, errorCode:" << end.subCode << "("
+            << SubCodeTag(end.subCode) << ")";
+    result.Set(kDLFailure, 0, end.subCode);
   } else {
     DL_LOGD << logTag_ << "WispDownloadExecutor read eof, current read size =" << readBytes_;
     result.Set(kDLEndOfData, 0, 0);
@@ -342,35 +319,20 @@ DLReadResult WispDownloadExecutor::EndOfDataResult() {
   return result;
 }
 
-void WispDownloadExecutor::ResumeIfDrained(const std::shared_ptr<BufferQueue>& queue) {
-  if (!paused_ || queue->QueuedBytes() >= kQueueResumeBytes) return;
-  std::shared_ptr<wisp::http::IRequestCall> call;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (queue != queue_) return;
-    call = call_;
+void WispDownloadExecutor::ApplyFlow(const std::weak_ptr<wisp::http::IRequestCall>& call, bool pause,
+                                     uint64_t queuedBytes) {
+  std::shared_ptr<wisp::http::IRequestCall> running = call.lock();
+  if (running == nullptr) return;
+  // Pause and Resume only post to the network thread: they never wait for a callback.
+  if (pause) {
+    running->Pause();
+    HoldBack(true);
+    DL_LOGD << logTag_ << "receiving paused, queued:" << queuedBytes;
+  } else {
+    running->Resume();
+    HoldBack(false);
+    DL_LOGD << logTag_ << "receiving resumed, queued:" << queuedBytes;
   }
-  if (call == nullptr) return;
-  // Pause and Resume only post to the network thread; they never wait for a
-  // callback, so the flow lock may be held across them.
-  std::lock_guard<std::mutex> flow(flowMutex_);
-  const uint64_t queued = queue->QueuedBytes();
-  if (!paused_ || queued >= kQueueResumeBytes) return;
-  paused_ = false;
-  call->Resume();
-  HoldBack(false);
-  DL_LOGD << logTag_ << "receiving resumed, queued:" << queued;
-}
-
-void WispDownloadExecutor::PauseIfFull(wisp::http::IRequestCall* call, const std::shared_ptr<BufferQueue>& queue) {
-  if (paused_ || queue->QueuedBytes() <= kQueuePauseBytes) return;
-  std::lock_guard<std::mutex> flow(flowMutex_);
-  const uint64_t queued = queue->QueuedBytes();
-  if (paused_ || queued <= kQueuePauseBytes) return;
-  paused_ = true;
-  call->Pause();
-  HoldBack(true);
-  DL_LOGD << logTag_ << "receiving paused, queued:" << queued;
 }
 
 // --- Seek and Close --------------------------------------------------------
@@ -400,18 +362,21 @@ DLResultCode WispDownloadExecutor::Seek(int64_t offset) {
 }
 
 DLResultCode WispDownloadExecutor::Close() {
+  std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (closed_) return DLResultCode(kDLSuccess, 0);
     closed_ = true;
+    channel = channel_;
   }
   cv_.notify_all();
+  if (channel != nullptr) channel->Close();
   EndCurrentRequest();
   RequestRecord record;
   int64_t totalSize = 0;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    queue_.reset();
+    channel_.reset();
     record = record_;
     totalSize = totalSize_;
   }
@@ -474,7 +439,6 @@ void WispDownloadExecutor::OnResponse(wisp::http::IRequestCall* call, std::share
     everResponded_ = true;
     ready_ = true;
     if (response->FileSize() > 0) totalSize_ = response->FileSize();
-    ++arrivals_;
   }
   DL_LOGI << logTag_ << " OnResponse " << response->Status() << " this:" << this
           << " request_id:" << call->RequestId() << " size:" << response->FileSize();
@@ -482,74 +446,62 @@ void WispDownloadExecutor::OnResponse(wisp::http::IRequestCall* call, std::share
 }
 
 void WispDownloadExecutor::OnBytes(wisp::http::IRequestCall* call, const uint8_t* data, size_t length) {
-  std::shared_ptr<BufferQueue> queue;
+  std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!IsCurrent(call) || queue_ == nullptr) {
+    if (!IsCurrent(call) || channel_ == nullptr) {
       DL_LOGD << logTag_ << "error! cur_queue is null";
       return;
     }
-    queue = queue_;
+    channel = channel_;
     receivedBytes_ += length;
     totalReceived_ += length;
     offset_ += static_cast<int64_t>(length);
     lastByteTime_ = Clock::now();
     if (hash_ != nullptr) hash_->Update(data, length);
   }
-  queue->Write(data, length);
+  channel->Write(data, length);
   AddArrivedBytes(length);
   WispTotals::AddCdnBytes(length);
-  const uint64_t queued = queue->QueuedBytes();
-  bool wake = false;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    ++arrivals_;
-    wake = readerWaitingSince_ != Clock::time_point() &&
-           (queued >= kWakeBytes || Clock::now() - readerWaitingSince_ >= kCoalesceStep);
-  }
-  if (wake) cv_.notify_one();
-  PauseIfFull(call, queue);
 }
 
 void WispDownloadExecutor::OnError(wisp::http::IRequestCall* call, const wisp::http::Error& error) {
   DL_LOGW << logTag_ << " OnError " << "] request_id:" << call->RequestId() << ", error:" << error.String()
           << " this:" << this;
-  std::shared_ptr<BufferQueue> queue;
+  std::shared_ptr<ByteChannel> channel;
+  int64_t subCode = 0;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!IsCurrent(call)) return;
     error_ = error;
-    queue = queue_;
+    channel = channel_;
+    subCode = FailureSubCodeLocked();
   }
   DL_LOGW << "[KeyFlow][" << logTag_ << "] WISPDownloadExecutor OnError errorIs:" << error.String();
-  if (queue == nullptr) {
+  if (channel == nullptr) {
     DL_LOGW << logTag_ << "] error! cur_queue is null";
   } else {
-    EndQueue(queue);
+    EndChannel(channel, subCode != 0 ? DLResultCode(kDLFailure, subCode) : DLResultCode(kDLEndOfData, 0));
   }
 }
 
 void WispDownloadExecutor::OnComplete(wisp::http::IRequestCall* call) {
-  std::shared_ptr<BufferQueue> queue;
+  std::shared_ptr<ByteChannel> channel;
   uint64_t receivedBytes = 0;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!IsCurrent(call)) return;
-    queue = queue_;
+    channel = channel_;
     receivedBytes = receivedBytes_;
   }
   DL_LOGI << logTag_ << "] WISPDownloadExecutor Complete size:" << receivedBytes;
-  if (queue != nullptr) EndQueue(queue);
+  if (channel != nullptr) EndChannel(channel, DLResultCode(kDLEndOfData, 0));
 }
 
-void WispDownloadExecutor::EndQueue(const std::shared_ptr<BufferQueue>& queue) {
-  // Before the end mark: a reader that sees the end sees a stopped clock.
+void WispDownloadExecutor::EndChannel(const std::shared_ptr<ByteChannel>& channel, const DLResultCode& status) {
+  // Before the end: a reader that sees the end sees a stopped clock.
   EndReceiving();
-  queue->Write(nullptr, 0);
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    ++arrivals_;
-  }
+  channel->End(status);
   cv_.notify_all();
 }
 
@@ -626,7 +578,7 @@ std::string WispDownloadExecutor::GetInfo(const std::string& key) {
     return std::to_string(speed);
   }
   if (key == "memory_usage") {
-    const uint64_t held = queue_ != nullptr ? queue_->HeldBytes() : 0;
+    const uint64_t held = channel_ != nullptr ? channel_->HeldBytes() : 0;
     DL_LOGD << logTag_ << "memory usage:" << held;
     return std::to_string(held);
   }

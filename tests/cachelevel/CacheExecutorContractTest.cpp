@@ -22,9 +22,9 @@ namespace {
 using downloader::URI;
 
 template <typename Filter>
-class StoredResourceFactory : public ExecutorFactory {
+class StoredResourceFactory : public FileExecutorFactory {
  public:
-  StoredResourceFactory() : config_(std::make_shared<MapConfig>()) {}
+  StoredResourceFactory() : FileExecutorFactory("a stored resource"), config_(std::make_shared<MapConfig>()) {}
   ~StoredResourceFactory() override { downloader::storage::CacheWriter::SetCacheRoot(""); }
 
   void SetUp() override {

@@ -34,8 +34,9 @@ uint64_t WriteSyntheticFile(const std::string& path, int64_t size) {
   return seed;
 }
 
-class LocalFileExecutorFactory : public ExecutorFactory {
+class LocalFileExecutorFactory : public FileExecutorFactory {
  public:
+  LocalFileExecutorFactory() : FileExecutorFactory("a local file") {}
   std::shared_ptr<downloader::IDownloadExecutor> NewExecutor() override {
     return filter_.AcquireExecutor(URI::From(LocalUrl(dir_.Join("any")), {}));
   }

@@ -8,6 +8,7 @@
 
 #include <downloader/Filter/WispDownloadExecutor.h>
 
+#include "Base/ByteChannel.h"
 #include "ExecutorReading.h"
 #include "WispOriginTest.h"
 #include "support/LogCapture.h"
@@ -16,6 +17,7 @@
 namespace dltest {
 namespace {
 
+using downloader::ByteChannel;
 using downloader::URI;
 using downloader::WispDownloadExecutor;
 
@@ -73,14 +75,14 @@ TEST_F(WispExecutorConcurrencyTest, NoCallbackReachesTheExecutorAfterClose) {
 TEST_F(WispExecutorConcurrencyTest, QueueAboveTheBoundPausesTheCallAndDrainingResumesIt) {
   LogCapture log(0);
   const int64_t size = 40 << 20;
-  const uint64_t heldLimit = WispDownloadExecutor::kQueuePauseBytes + (3u << 20);  // rings round up; one block in flight
+  const uint64_t heldLimit = ByteChannel::kPauseAboveBytes + (3u << 20);  // rings round up; one block in flight
   DLResultCode opened;
   auto executor = OpenExecutor(SyntheticUrl("bounded", size), {}, &opened);
   ASSERT_EQ(opened.code, kDLSuccess);
 
   std::vector<uint8_t> data;
   size_t pauses = 0;
-  while (size - static_cast<int64_t>(data.size()) > static_cast<int64_t>(WispDownloadExecutor::kQueuePauseBytes) +
+  while (size - static_cast<int64_t>(data.size()) > static_cast<int64_t>(ByteChannel::kPauseAboveBytes) +
                                                         (2 << 20)) {
     // Pauses and resumes alternate and only this thread resumes, so more
     // pause lines than resume lines means the call is paused now. Counting

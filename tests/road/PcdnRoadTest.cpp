@@ -17,6 +17,7 @@
 #include <downloader/Filter/SubCode.h>
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
+#include "Base/ByteChannel.h"
 #include "FakeChannel.h"
 #include "Filter/IPcdnDownloadFilter.h"
 #include "Platform/FileSystem.h"
@@ -70,9 +71,13 @@ uint64_t WriteSynthetic(const std::string& root, const std::string& path, int64_
 
 class PcdnExecutorFactory : public dltest::ExecutorFactory {
  public:
-  void SetUp() override { MapEngineServing(dir_.path()); }
+  void SetUp() override {
+    MapEngineServing(dir_.path());
+    // Longer than the contract waits for a read that Close must end.
+    config_->Set("read_timeout", "60000");
+  }
   std::shared_ptr<IDownloadExecutor> NewExecutor() override {
-    return std::make_shared<PcdnDownloadExecutor>(nullptr, nullptr);
+    return std::make_shared<PcdnDownloadExecutor>(config_, nullptr);
   }
   dltest::ContractResource MakeResource(int64_t size) override {
     const std::string path = "/resource-" + std::to_string(size) + ".ts";
@@ -82,8 +87,19 @@ class PcdnExecutorFactory : public dltest::ExecutorFactory {
     return resource;
   }
   std::string MissingUrl() override { return std::string(kEngineHost) + "/missing.ts"; }
+  std::string RangeEndSkipReason() override {
+    return "the engine is asked for every byte from the offset to the end of the resource";
+  }
+  dltest::ContractResource MakeUnknownLengthResource(int64_t) override {
+    return {"", 0, "the test engine serves files and tells their size with the first piece"};
+  }
+  dltest::ContractResource MakeStallingResource(int64_t size, int64_t delivered) override {
+    Pcdn::dlPCDNSetByKV("fake-stall-after", std::to_string(delivered).c_str());
+    return MakeResource(size);
+  }
 
  private:
+  std::shared_ptr<dltest::MapConfig> config_ = std::make_shared<dltest::MapConfig>();
   dltest::TempDir dir_;
 };
 
@@ -163,7 +179,7 @@ TEST_F(PcdnExecutorTest, AStalledEngineTimesTheReadOutAndCloseEndsTheDownload) {
 }
 
 TEST_F(PcdnExecutorTest, AResourceLargerThanTheQueueBoundArrivesWhole) {
-  const int64_t size = static_cast<int64_t>(PcdnDownloadExecutor::kQueuePauseBytes) * 2 + 777;
+  const int64_t size = static_cast<int64_t>(ByteChannel::kPauseAboveBytes) * 2 + 777;
   const uint64_t seed = WriteSynthetic(dir_.path(), "/big.ts", size);
   auto executor = std::make_shared<PcdnDownloadExecutor>(nullptr, nullptr);
   const int64_t readsBefore = EngineCalls("PCDNRead");
@@ -171,7 +187,7 @@ TEST_F(PcdnExecutorTest, AResourceLargerThanTheQueueBoundArrivesWhole) {
   // Nothing read yet, so what arrived is queued: past the bound, delivery
   // has paused, and reading on must resume it.
   ASSERT_TRUE(dltest::WaitFor([&] {
-    return std::stoull(executor->GetInfo("downloaded_size")) > PcdnDownloadExecutor::kQueuePauseBytes;
+    return std::stoull(executor->GetInfo("downloaded_size")) > ByteChannel::kPauseAboveBytes;
   }));
   std::vector<uint8_t> data;
   DLReadResult last = dltest::ReadToEnd(executor.get(), 1 << 20, &data);

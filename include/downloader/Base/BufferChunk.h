@@ -52,6 +52,8 @@ class DOWNLOADER_EXPORT BufferChunk {
   DLReadResult ReadData(void* out, uint64_t length);
 
   uint64_t GetSize() const { return size_; }
+  // The chunk's bytes (null for a flag chunk), for a consumer that copies them whole.
+  const uint8_t* GetData() const { return data_; }
   uint64_t GetReadOffset() const { return readOffset_; }
   int32_t GetFlag() const { return flag_; }
   int32_t GetInfoCode() const { return infoCode_; }

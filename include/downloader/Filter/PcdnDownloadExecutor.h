@@ -1,9 +1,9 @@
 // Fetches one byte range of one resource through the PCDN engine. Open asks
 // the engine for a download id (dlPCDNOpen) and a read from the request's
 // offset to the end of the resource (dlPCDNRead); the engine's read callback
-// copies each piece into a BufferQueue, then queues one flag chunk: code 5 at
-// the end of the data, code 1 with the engine's failure (PRDE). Read drains
-// the queue on the stream's thread.
+// writes each piece into a byte channel, then ends it: code 5 at the end of
+// the data, code 1 with the engine's failure (PRDE). Read drains the channel
+// on the stream's thread.
 //
 // Life: created (IPcdnDownloadFilter::AcquireExecutor, always in a shared
 // pointer) -> Open (blocks until the first piece or notice) -> Read/Seek ->
@@ -18,9 +18,10 @@
 // - Read with nothing queued waits in 100 ms steps up to "read_timeout"
 //   (default 5000 ms), then answers code 1, PRTO. At the end of the data it
 //   answers code 5 with 0 bytes every time; after a failure, the failure.
-// - While more than kQueuePauseBytes are queued the callback asks the engine
-//   to stop; Read asks for a new read at the next missing offset once the
-//   queue is below kQueueResumeBytes.
+// - While the channel asks to hold back, the callback asks the engine to
+//   stop; once the reader has drained it low again a new read is asked for
+//   at the next missing offset.
+// - Close from another thread interrupts a Read that waits.
 // - Pieces and notices that do not continue at the next expected offset are
 //   from a read that was replaced (Seek, pause) and are dropped.
 // - Read, Seek after Close or after a failed Open fail at once; Close may be
@@ -36,8 +37,10 @@
 // thread; Close may also come from another thread. The engine's read callback
 // arrives on the engine's threads: it is routed through a registry of open
 // executors keyed by download id holding weak pointers, so a callback after
-// Close (or after the executor died) finds nobody. mutex_ guards the state
-// below it; no lock of the executor is held while the engine is called.
+// Close (or after the executor died) finds nobody. deliveryMutex_ keeps one
+// callback at a time writing, in offset order; mutex_ guards the state below
+// it; no lock of the executor is held while the engine is called or the
+// channel written.
 #ifndef DOWNLOADER_FILTER_PCDNDOWNLOADEXECUTOR_H_
 #define DOWNLOADER_FILTER_PCDNDOWNLOADEXECUTOR_H_
 
@@ -47,7 +50,6 @@
 #include <mutex>
 #include <string>
 
-#include <downloader/Base/BufferQueue.h>
 #include <downloader/DownloaderExport.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Filter/SubCode.h>
@@ -56,6 +58,7 @@
 
 namespace downloader {
 
+class ByteChannel;
 class HeartPacemaker;
 
 class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
@@ -67,8 +70,6 @@ class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
   static constexpr int64_t kTimeoutSubCode = FourCharSubCode('P', 'R', 'T', 'O');
   static constexpr int64_t kClosedSubCode = FourCharSubCode('P', 'C', 'L', 'S');
   static constexpr int64_t kDefaultReadTimeoutMs = 5000;
-  static constexpr uint64_t kQueuePauseBytes = 8u << 20;
-  static constexpr uint64_t kQueueResumeBytes = 4u << 20;
   static constexpr uint64_t kDefaultHeartbeatMs = 5000;
 
   PcdnDownloadExecutor(std::shared_ptr<protocols::IConfigure> config, std::shared_ptr<protocols::IReporter> reporter);
@@ -98,12 +99,17 @@ class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
  private:
   // What one callback asks of its executor: 0 go on, non-zero stop this read.
   int HandleEngineRead(int64_t offset, int kind, const char* data, int64_t length, int64_t total, int code);
-  // Asks the engine for a read from `offset` on, into a fresh queue or, when
-  // resuming a paused read, behind what is queued.
-  DLResultCode StartRead(int64_t offset, bool freshQueue);
+  // Asks the engine for a read from `offset` on, into a fresh channel or,
+  // when resuming a paused read, behind what is queued.
+  DLResultCode StartRead(int64_t offset, bool freshChannel);
   // Waits for the current read's first piece or notice.
   DLResultCode WaitFirstEvent();
-  void ResumeIfDrained();
+  // The channel's flow signal: stop delivering, or read on once the reader
+  // is back (ResumeIfDue): the engine is not called from inside the channel.
+  void ApplyFlow(bool pause, uint64_t queuedBytes);
+  // After a read: asks for a new read at the next missing offset when the
+  // channel asked to go on.
+  void ResumeIfDue();
   void StartHeartbeat(int32_t playerId, int64_t downloadId);
   DLResultCode FailedResult() const;
 
@@ -115,25 +121,23 @@ class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
   std::string url_;
   int64_t readTimeoutMs_ = kDefaultReadTimeoutMs;
 
+  std::mutex deliveryMutex_;
   mutable std::mutex mutex_;
   std::condition_variable cv_;
   // Guarded by mutex_.
   int64_t downloadId_ = 0;
-  std::shared_ptr<BufferQueue> queue_;
+  std::shared_ptr<ByteChannel> channel_;
   int64_t nextOffset_ = 0;     // the next byte the engine should deliver
-  uint64_t arrivals_ = 0;      // callbacks that may end a wait
   bool firstEvent_ = false;    // the current read answered
   bool readDelivered_ = false; // the current read delivered a byte
   int64_t readFailure_ = 0;    // the current read's failure sub-code, or 0
-  bool ended_ = false;         // the current read's flag chunk is queued
-  bool paused_ = false;        // the current read was stopped for a full queue
+  bool stopDelivery_ = false;  // the channel asked the current read to hold back
+  bool resumeDue_ = false;     // and then to go on: a new read is to be asked for
   bool openFailed_ = false;
   bool closed_ = false;
   bool timedOut_ = false;
   int64_t totalSize_ = 0;
   uint64_t receivedBytes_ = 0;
-  DLReadResult terminal_;      // the flag chunk once read, answered again
-  bool terminalSeen_ = false;
   std::shared_ptr<HeartPacemaker> pacemaker_;
 };
 

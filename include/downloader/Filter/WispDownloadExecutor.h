@@ -1,7 +1,7 @@
 // Fetches one byte range of one resource over HTTP through the wisp network
 // library. The network thread hands the body to the executor's listener
-// callbacks, which copy it into a private chain of 1 MiB rings; Read drains
-// it on the stream's thread.
+// callbacks, which write it into a byte channel per request; Read drains it
+// on the stream's thread.
 //
 // Life: created (WispDownloadFilter::AcquireExecutor, always in a shared
 // pointer: a running call keeps its executor alive) -> Open, or OpenAsync then
@@ -26,9 +26,11 @@
 // - Read, Seek and the open wait return at once after Close (code 1,
 //   "WispDownloadFilter,interrupted"); no callback reaches the executor once
 //   Close has returned. Seek before any response fails without a request.
-// - While more than kQueuePauseBytes are queued the call is paused; it is
-//   resumed once the reader has drained the queue below kQueueResumeBytes.
-//   No byte is dropped or reordered by this.
+// - While the channel holds more than it allows the call is paused; it is
+//   resumed once the reader has drained it low again. No byte is dropped or
+//   reordered by this. Drained memory is freed as the reader goes: after
+//   the last byte is read "memory_usage" is 0.
+// - Close from another thread interrupts a Read that waits.
 // - Callbacks of a call that is no longer the current one are dropped.
 // - "track_info" that is not a JSON object of plain members is logged and
 //   ignored (GetInfo("track_info") answers ""); the request goes on.
@@ -44,9 +46,10 @@
 // the owning stream's thread; Close may also come from another thread; the
 // listener callbacks run on the network thread; SetStatsSink comes from the
 // stream's thread before Open. mutex_ guards the call, the
-// response, the error, the queue pointer, the counters and the record; the
-// queue has its own lock; flowMutex_ orders the pause and resume of the call.
-// No lock is held while the call is cancelled, or while the reporter is called.
+// response, the error, the channel pointer, the counters and the record; the
+// channel has its own locks and pauses and resumes the call through its flow
+// signal. No lock is held while the call is cancelled, or while the reporter
+// is called.
 #ifndef DOWNLOADER_FILTER_WISPDOWNLOADEXECUTOR_H_
 #define DOWNLOADER_FILTER_WISPDOWNLOADEXECUTOR_H_
 
@@ -71,6 +74,7 @@
 
 namespace downloader {
 
+class ByteChannel;
 class Sha256;
 
 class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
@@ -78,12 +82,9 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
                                                public Source,
                                                public wisp::http::IListener {
  public:
-  struct BufferQueue;
   using RequestRecord = std::map<std::string, std::string>;
 
   static constexpr int64_t kDefaultReadTimeoutMs = 5000;
-  static constexpr uint64_t kQueuePauseBytes = 8u << 20;
-  static constexpr uint64_t kQueueResumeBytes = 4u << 20;
 
   WispDownloadExecutor(std::shared_ptr<protocols::IConfigure> config, std::shared_ptr<protocols::IReporter> reporter,
                        std::shared_ptr<URI> uri);
@@ -134,20 +135,19 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   // The preload buffer of the request, or nothing (see WispPreloadBuffer.h).
   std::string TakePreloadBuffer();
   // Starts a call at `seekOffset` (WispRequestBuilder::kNoSeek: where the
-  // request asks) whose queue begins with `firstBytes`.
+  // request asks) whose channel begins with `firstBytes`.
   DLResultCode StartRequest(int64_t seekOffset, const std::string& firstBytes = std::string());
   // Cancels the current call, if any, and keeps its statistics.
   void EndCurrentRequest();
   WaitOutcome WaitForResponse();
   DLResultCode OpenOutcome(WaitOutcome outcome);
   DLResultCode InterruptedResult();
-  // The queue is drained and its end marked: the end of the data or the call's failure.
-  DLReadResult EndOfDataResult();
-  // After a read: resumes a paused call once the queue is low again.
-  void ResumeIfDrained(const std::shared_ptr<BufferQueue>& queue);
-  void PauseIfFull(wisp::http::IRequestCall* call, const std::shared_ptr<BufferQueue>& queue);
-  // Marks the end of the current call's data.
-  void EndQueue(const std::shared_ptr<BufferQueue>& queue);
+  // The channel is drained and ended with `end`: the end of the data or the call's failure.
+  DLReadResult EndOfDataResult(const DLResultCode& end);
+  // The channel's flow signal for `call`.
+  void ApplyFlow(const std::weak_ptr<wisp::http::IRequestCall>& call, bool pause, uint64_t queuedBytes);
+  // Ends the current call's data with `status`.
+  void EndChannel(const std::shared_ptr<ByteChannel>& channel, const DLResultCode& status);
   bool IsCurrent(wisp::http::IRequestCall* call) const { return call != nullptr && call == call_.get(); }
 
   // Statistics.
@@ -191,7 +191,7 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   bool readTimedOut_ = false;
   // The current request was not sent: its header text carries CR or LF.
   bool headerRefused_ = false;
-  std::shared_ptr<BufferQueue> queue_;
+  std::shared_ptr<ByteChannel> channel_;
   std::string requestUrl_;
   int64_t requestStart_ = 0;      // offset of the current call's first byte
   int64_t offset_ = 0;            // offset of the next byte to arrive
@@ -201,8 +201,6 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   Clock::time_point requestStartTime_{};
   Clock::time_point responseTime_{};
   Clock::time_point lastByteTime_{};
-  uint64_t arrivals_ = 0;         // callbacks that may end a wait
-  Clock::time_point readerWaitingSince_{};  // zero while no Read waits
   bool closed_ = false;
   bool everResponded_ = false;
   bool ready_ = false;
@@ -212,10 +210,6 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   int64_t playerBufferMs_ = -1;
   RequestRecord record_;
   std::unique_ptr<Sha256> hash_;
-
-  std::mutex flowMutex_;
-  // Written under flowMutex_; read without it as a hint.
-  std::atomic<bool> paused_{false};
 
   // Read by the stream's thread only.
   std::atomic<uint64_t> readBytes_{0};
