@@ -1,16 +1,26 @@
 # shellcheck shell=bash
 # nginx on loopback for the end-to-end scripts, serving WORK/www. Source it.
-#   nginx_start WORK [SERVER_DIRECTIVES]  sets nginx_port and nginx_pid once nginx answers
-#   nginx_stop                            for the caller's EXIT trap
-# Access lines go to WORK/logs/access.log as "METHOD URI STATUS".
+#   nginx_start WORK [SERVER_DIRECTIVES [LISTEN_OPTIONS [LOG_FORMAT]]]
+#                 sets nginx_port and nginx_pid once nginx answers; LISTEN_OPTIONS
+#                 "ssl" serves TLS (SERVER_DIRECTIVES then name the certificate)
+#   nginx_stop    for the caller's EXIT trap
+#   free_port     prints a loopback port nobody listens on
+# Access lines go to WORK/logs/access.log as "METHOD URI STATUS" unless
+# LOG_FORMAT says otherwise.
+
+free_port() {
+  python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
+}
 
 nginx_start() {
-  local work=$1 server_directives=${2:-}
+  local work=$1 server_directives=${2:-} listen_options=${3:-} log_format=${4:-'$request $status'}
+  local scheme=http
+  [[ "$listen_options" == *ssl* ]] && scheme=https
   mkdir -p "$work/logs"
   # nginx workers run unprivileged: they must be able to read the files.
   chmod 755 "$work"
   chmod -R a+rX "$work/www"
-  nginx_port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+  nginx_port=$(free_port)
   cat > "$work/nginx.conf" <<CONF
 worker_processes 1;
 daemon off;
@@ -18,7 +28,7 @@ pid $work/nginx.pid;
 error_log $work/logs/error.log;
 events { worker_connections 64; }
 http {
-  log_format requests '\$request \$status';
+  log_format requests '$log_format';
   access_log $work/logs/access.log requests;
   client_body_temp_path $work/logs;
   proxy_temp_path $work/logs;
@@ -32,7 +42,7 @@ http {
     application/octet-stream key;
   }
   server {
-    listen 127.0.0.1:$nginx_port;
+    listen 127.0.0.1:$nginx_port $listen_options;
     root $work/www;
     $server_directives
   }
@@ -42,7 +52,7 @@ CONF
   nginx_pid=$!
   local _
   for _ in $(seq 1 100); do
-    curl -s -o /dev/null "http://127.0.0.1:$nginx_port/" && return 0
+    curl -sk -o /dev/null "$scheme://127.0.0.1:$nginx_port/" && return 0
     sleep 0.1
   done
   echo "nginx did not answer:"

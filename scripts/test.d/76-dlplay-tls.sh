@@ -8,23 +8,21 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 root=$(pwd)
+source scripts/lib/nginx.sh
 dlplay="$root/build/asan/bin/dlplay"
 [[ -x "$dlplay" ]] || { echo "tls: $dlplay is missing (the ASan build makes it)"; exit 1; }
 
 work=$(mktemp -d)
-nginx_pid=""
 cleanup() {
-  [[ -n "$nginx_pid" ]] && kill "$nginx_pid" 2>/dev/null || true
+  nginx_stop
   rm -rf "$work"
 }
 trap cleanup EXIT
 
 readonly exit_tls=35 exit_dns=6 exit_connect=7 exit_http=22
 
-mkdir -p "$work/www" "$work/logs" "$work/pki"
-chmod 755 "$work"
+mkdir -p "$work/www" "$work/pki"
 head -c 300007 /dev/urandom > "$work/www/file.bin"
-chmod -R a+rX "$work/www"
 
 pki="$work/pki"
 openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=dlplay test CA" \
@@ -35,37 +33,9 @@ openssl x509 -req -in "$pki/server.csr" -CA "$pki/ca.pem" -CAkey "$pki/ca.key" -
   -extfile "$pki/ext.cnf" -out "$pki/server.pem" 2>/dev/null
 chmod -R a+rX "$pki"
 
-free_port() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'; }
-port=$(free_port)
-cat > "$work/nginx.conf" <<CONF
-worker_processes 1;
-daemon off;
-pid $work/nginx.pid;
-error_log $work/logs/error.log;
-events { worker_connections 64; }
-http {
-  log_format probe '\$request_uri ua=[\$http_user_agent] token=[\$http_x_dlplay_token]';
-  access_log $work/logs/access.log probe;
-  client_body_temp_path $work/logs;
-  proxy_temp_path $work/logs;
-  fastcgi_temp_path $work/logs;
-  uwsgi_temp_path $work/logs;
-  scgi_temp_path $work/logs;
-  server {
-    listen 127.0.0.1:$port ssl;
-    ssl_certificate $pki/server.pem;
-    ssl_certificate_key $pki/server.key;
-    root $work/www;
-    location /private/ { return 401; }
-  }
-}
-CONF
-nginx -c "$work/nginx.conf" -p "$work" &
-nginx_pid=$!
-for _ in $(seq 1 100); do
-  curl -sf --cacert "$pki/ca.pem" -o /dev/null "https://127.0.0.1:$port/file.bin" && break
-  sleep 0.1
-done
+nginx_start "$work" "ssl_certificate $pki/server.pem; ssl_certificate_key $pki/server.key;
+    location /private/ { return 401; }" ssl '$request_uri ua=[$http_user_agent] token=[$http_x_dlplay_token]'
+port=$nginx_port
 
 base="https://127.0.0.1:$port"
 failed=0
