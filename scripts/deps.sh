@@ -20,7 +20,7 @@ full_packages=(
   g++-mingw-w64-x86-64 wine64
   nginx curl ffmpeg gnuplot-nox python3 openssl
   dpkg-dev file
-  chromium npm
+  chromium
 )
 
 case "${1:-full}" in
@@ -34,6 +34,9 @@ for package in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
   [[ "$status" == "install ok installed" ]] || missing+=("$package")
 done
+# Machines that come with Node.js of their own have its npm, and Debian's npm
+# package would conflict with that Node.js: take Debian's only when there is none.
+if [[ "${1:-full}" == full ]] && ! command -v npm >/dev/null; then missing+=(npm); fi
 
 if ((${#missing[@]} > 0)); then
   echo "deps: installing ${missing[*]}"
