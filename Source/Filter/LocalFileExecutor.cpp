@@ -1,6 +1,7 @@
 #include <downloader/Filter/LocalFileExecutor.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include <downloader/Filter/LocalFileFilter.h>
 #include <downloader/Pipe/ConfigReader.h>
@@ -80,17 +81,15 @@ DLReadResult LocalFileExecutor::Read(Packet& packet) {
   platform::FileStatus status =
       file_->Read(static_cast<uint64_t>(readPosition_), static_cast<size_t>(count), packet.GetBuffer(), &bytesRead);
   if (!status.ok() || bytesRead < count) {
-    // The host may have cut the file since Open. Only what was read is
-    // answered; nothing at all is a failure, not a pause to read again.
+    // The host may have cut the file since Open. The read still answers the
+    // count its size promised, so the stream's offsets stay those of the file
+    // as opened; what is missing reads as zeros, never as stale buffer bytes.
     DL_LOGW << "short file read:" << bytesRead << " of " << count << " " << status.ToString();
-    if (bytesRead == 0) {
-      result.Set(kDLFailure, 0, kNoDetail);
-      return result;
-    }
+    std::memset(static_cast<uint8_t*>(packet.GetBuffer()) + bytesRead, 0, static_cast<size_t>(count) - bytesRead);
   }
-  readPosition_ += static_cast<int64_t>(bytesRead);
-  DL_LOGT << "read:" << bytesRead << " position:" << readPosition_;
-  result.Set(kDLSuccess, bytesRead, 0);
+  readPosition_ += static_cast<int64_t>(count);
+  DL_LOGT << "read:" << count << " position:" << readPosition_;
+  result.Set(kDLSuccess, count, 0);
   return result;
 }
 
