@@ -5,10 +5,10 @@
 
 SAMPLES holds one measurement a line, "CASE PROGRAM VALUE", in the order the
 rounds ran; for every case the n-th value of its peer and the n-th value of
-"dlplay" come from the same round, so each round gives one ratio. The spec
+the measured program come from the same round, so each round gives one ratio. The spec
 (JSON) names the cases:
 
-    {"title": "...", "note": "...", "chart": "throughput MiB/s" | null,
+    {"title": "...", "note": "...", "ours": "dlplay" (the default), "chart": "throughput MiB/s" | null,
      "cases": [{"case": KEY, "label": TEXT, "peer": PROGRAM,
                 "unit": "seconds" | "MiB" | "CPU s/GiB" | ...,
                 "bytes": N,            # with "seconds": shown as MiB/s
@@ -28,6 +28,7 @@ import subprocess
 import sys
 import time
 
+# The measured side; a spec's "ours" renames it (a bench host instead of dlplay).
 OURS = "dlplay"
 OURS_COLOUR = "#1f77b4"
 PEER_COLOURS = ["#d62728", "#2ca02c", "#ff7f0e", "#9467bd", "#8c564b", "#e377c2"]
@@ -172,6 +173,8 @@ def main():
     spec_path, samples_path, prefix = sys.argv[1:]
     with open(spec_path) as f:
         spec = json.load(f)
+    global OURS
+    OURS = spec.get("ours", OURS)
     samples = read_samples(samples_path)
     summaries = [summarise(case, samples) for case in spec["cases"]]
     rounds = min(len(s["ratios"]) for s in summaries)
