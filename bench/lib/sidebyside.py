@@ -13,12 +13,12 @@ the measured program come from the same round, so each round gives one ratio. Th
                 "unit": "seconds" | "MiB" | "CPU s/GiB" | ...,
                 "bytes": N,            # with "seconds": shown as MiB/s
                 "better": "lower" | "higher",
-                "target": {"on": "ratio" | "dlplay", "op": ">=" | "<=", "value": X}}]}
+                "target": {"on": "ratio" | "ours", "op": ">=" | "<=", "value": X}}]}
 
 The ratio of a round is the peer's value over dlplay's when lower is better
 (times, memory: above 1 means dlplay did better), dlplay's over the peer's
 otherwise. A target is checked against the median of the per-round ratios, or
-against dlplay's median value. Writes OUT_PREFIX.md (and OUT_PREFIX.png with
+against the measured program's median value. Writes OUT_PREFIX.md (and OUT_PREFIX.png with
 OUT_PREFIX.dat when the spec asks for a chart), prints the table and exits 1
 when a target is missed.
 """
@@ -59,13 +59,18 @@ def shown_unit(case):
     return "MiB/s" if case["unit"] == "seconds" and case.get("bytes") else case["unit"]
 
 
+def ratio(numerator, denominator):
+    # A side that used nothing (memory growth of 0) beats any other.
+    return numerator / denominator if denominator else float("inf")
+
+
 def summarise(case, samples):
     peer_values = samples[case["case"]][case["peer"]]
     ours_values = samples[case["case"]][OURS]
     if len(peer_values) != len(ours_values):
         sys.exit(f"sidebyside: {case['case']}: {len(peer_values)} peer rounds, {len(ours_values)} of {OURS}")
     lower_better = case.get("better", "lower") == "lower"
-    ratios = [p / o if lower_better else o / p for p, o in zip(peer_values, ours_values)]
+    ratios = [ratio(p, o) if lower_better else ratio(o, p) for p, o in zip(peer_values, ours_values)]
     return {
         "peer": [shown(case, v) for v in peer_values],
         "ours": [shown(case, v) for v in ours_values],
