@@ -152,6 +152,7 @@ def chart(spec, summaries, prefix):
     keys = ", ".join(f"NaN with boxes lc rgb \"{colour}\" title \"{program}\"" for program, colour in colours.items())
     script = f"""
 set terminal png size 1100,600
+set termoption noenhanced
 set output "{prefix}.png"
 set title "{spec['title']} ({spec['chart']}, median and min-max of the rounds; ratio above each pair)"
 set ylabel "{spec['chart']}"
