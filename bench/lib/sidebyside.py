@@ -25,6 +25,7 @@ when a target is missed.
 import json
 import statistics
 import subprocess
+import textwrap
 import sys
 import time
 
@@ -145,7 +146,8 @@ def chart(spec, summaries, prefix):
                         f"{int(colours[program][1:], 16)}")
         top = max(summary["peer"] + summary["ours"])
         labels.append(f"{centre}\t{top:.3f}\t\"{summary['ratio']:.2f}x\"")
-        tics.append(f"\"{case['label']}\" {centre}")
+        wrapped = "\\n".join(textwrap.wrap(case["label"], 24))
+        tics.append(f"\"{wrapped}\" {centre}")
     with open(f"{prefix}.dat", "w") as f:
         f.write("# x\tmedian\tmin\tmax\tcolour\n" + "\n".join(bars) + "\n\n\n")
         f.write("# x\ttop\tratio\n" + "\n".join(labels) + "\n")
@@ -163,8 +165,8 @@ set xtics ({", ".join(tics)})
 set style fill solid 0.8 border -1
 set boxwidth 0.9
 set grid ytics
-set key top right
-set bmargin 5
+set key outside top center horizontal
+set bmargin 6
 plot "{prefix}.dat" index 0 using 1:2:5 with boxes lc rgb variable notitle, \\
      "" index 0 using 1:2:3:4 with yerrorbars lc rgb "black" pt 0 notitle, \\
      "" index 1 using 1:2:3 with labels offset 0,1 notitle, \\
