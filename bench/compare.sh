@@ -26,17 +26,10 @@ big_size=$((${BENCH_MIB:-1024} * 1048576))
 segments=${BENCH_SEGMENTS:-100}
 
 bash scripts/deps.sh
-cmake --preset release >/dev/null
-nice -n 5 cmake --build --preset release -j2 --target dlplay >/dev/null
+build_release dlplay
 dlplay=$root/build/release/bin/dlplay
 
-work=$(mktemp -d /tmp/compare-bench.XXXXXX)
-source "$root/bench/loopback-nginx.sh"
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work compare
 
 echo "compare: making a $((big_size / 1048576)) MiB file and a ${segments}-segment HLS rendition"
 mkdir -p "$work/www/hls"

@@ -16,17 +16,10 @@ size=$((${BENCH_MIB:-1024} * 1048576))
 packets=(4096 65536 1048576)
 target=0.90
 
-cmake --preset release >/dev/null
-nice -n 5 cmake --build --preset release -j2 --target executor_fetch >/dev/null
+build_release executor_fetch
 fetch=$build/bin/executor_fetch
 
-source "$root/bench/loopback-nginx.sh"
-work=$(mktemp -d /tmp/executor-bench.XXXXXX)
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work executor
 mkdir -p "$work/www"
 # Sparse: the page cache, not the disk, feeds nginx.
 truncate -s "$size" "$work/www/1g.bin"

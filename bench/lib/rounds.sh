@@ -1,5 +1,8 @@
 # Sourced by the side-by-side benchmarks: round order, timing and the report.
 #
+#   build_release TARGET...      builds them in the release preset
+#   bench_work NAME               sets work (a scratch folder) and, at exit,
+#                                 stops nginx and removes it (bench/loopback-nginx.sh)
 #   bench_rounds ARG              prints the round count (ARG, default 7)
 #   peer_first ROUND              true when the peer runs first in ROUND (even rounds)
 #   pair ROUND PEER_FN OURS_FN    runs both functions in that round's order
@@ -13,6 +16,17 @@
 
 bench_lib=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 default_rounds=7
+
+build_release() {
+  cmake --preset release >/dev/null
+  nice -n 5 cmake --build --preset release -j2 --target "$@" >/dev/null
+}
+
+source "$bench_lib/../loopback-nginx.sh"
+bench_work() {
+  work=$(mktemp -d "/tmp/$1-bench.XXXXXX")
+  trap 'stop_loopback_nginx; rm -rf "$work"' EXIT
+}
 
 bench_rounds() {
   local rounds=${1:-$default_rounds}

@@ -20,17 +20,10 @@ build=$root/build/release
 size=$((${BENCH_MIB:-512} * 1048576))
 rate=$((20 * 1048576))
 
-cmake --preset release >/dev/null
-nice -n 5 cmake --build --preset release -j2 --target dlplay >/dev/null
+build_release dlplay
 dlplay=$build/bin/dlplay
 
-source "$root/bench/loopback-nginx.sh"
-work=$(mktemp -d /tmp/memory-bench.XXXXXX)
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work memory
 mkdir -p "$work/www"
 # Sparse: the page cache, not the disk, feeds nginx.
 truncate -s "$size" "$work/www/big.bin"

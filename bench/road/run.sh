@@ -18,17 +18,10 @@ rounds=$(bench_rounds "${1:-}")
 build=$root/build/release
 size=$((${BENCH_MIB:-1024} * 1048576))
 
-cmake --preset release >/dev/null
-nice -n 5 cmake --build --preset release -j2 --target road_fetch >/dev/null
+build_release road_fetch
 fetch=$build/bin/road_fetch
 
-work=$(mktemp -d /tmp/road-bench.XXXXXX)
-source "$root/bench/loopback-nginx.sh"
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work road
 
 # The payload: a real file with varied bytes, in the page cache.
 mkdir -p "$work/www" "$work/cache"

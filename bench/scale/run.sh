@@ -20,17 +20,10 @@ build=$root/build/release
 file_size=$((${BENCH_MIB:-64} * 1048576))
 streams=64
 
-cmake --preset release >/dev/null
-nice -n 5 cmake --build --preset release -j2 --target scale_host >/dev/null
+build_release scale_host
 host=$build/bin/scale_host
 
-source "$root/bench/loopback-nginx.sh"
-work=$(mktemp -d /tmp/scale-bench.XXXXXX)
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work scale
 mkdir -p "$work/www"
 # Sparse: the page cache, not the disk, feeds nginx.
 for ((k = 0; k < streams; k++)); do truncate -s "$file_size" "$work/www/f$k.bin"; done

@@ -13,8 +13,7 @@ rounds=$(bench_rounds "${ROUNDS:-}")
 build=$root/build/release
 scratch=$(mktemp -d "${1:-${TMPDIR:-/tmp}}/storage-bench.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
-cmake --preset release >/dev/null
-nice -n 5 cmake --build --preset release -j2 --target storage_bench >/dev/null
+build_release storage_bench
 "$build/bin/storage_bench" "$scratch" "$rounds" | tee "$scratch/runs.txt" | grep -v '^sample '
 sed -n 's/^sample //p' "$scratch/runs.txt" >"$scratch/samples.txt"
 

@@ -14,17 +14,10 @@ rounds=$(bench_rounds "${1:-}")
 build=$root/build/release
 size=$((${BENCH_MIB:-1024} * 1048576))
 
-cmake --preset release >/dev/null
-nice -n 5 cmake --build --preset release -j2 --target wisp_fetch >/dev/null
+build_release wisp_fetch
 fetch=$build/bin/wisp_fetch
 
-source "$root/bench/loopback-nginx.sh"
-work=$(mktemp -d /tmp/wisp-bench.XXXXXX)
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work wisp
 
 # The payload: sparse files, so that the page cache, not the disk, feeds nginx.
 mkdir -p "$work/www"
