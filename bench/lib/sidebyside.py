@@ -32,7 +32,10 @@ import time
 # The measured side; a spec's "ours" renames it (a bench host instead of dlplay).
 OURS = "dlplay"
 OURS_COLOUR = "#1f77b4"
-PEER_COLOURS = ["#d62728", "#2ca02c", "#ff7f0e", "#9467bd", "#8c564b", "#e377c2"]
+# A peer keeps its colour from chart to chart; others take the spare ones in turn.
+KNOWN_PEER_COLOURS = {"curl": "#d62728", "ffmpeg": "#2ca02c", "cat": "#ff7f0e", "curl-x64": "#e377c2",
+                      "curl-parallel": "#9467bd", "pwrite": "#8c564b"}
+SPARE_COLOURS = ["#17becf", "#bcbd22", "#7f7f7f"]
 MIB = 1024 * 1024
 # Fewer rounds than this show whether a script works, not a figure.
 MIN_ROUNDS = 7
@@ -136,7 +139,8 @@ def chart(spec, summaries, prefix):
     colours = {OURS: OURS_COLOUR}
     for case in spec["cases"]:
         if shown_unit(case) == spec["chart"] and case["peer"] not in colours:
-            colours[case["peer"]] = PEER_COLOURS[(len(colours) - 1) % len(PEER_COLOURS)]
+            spare = SPARE_COLOURS[(len(colours) - 1) % len(SPARE_COLOURS)]
+            colours[case["peer"]] = KNOWN_PEER_COLOURS.get(case["peer"], spare)
     charted = [(c, s) for c, s in zip(spec["cases"], summaries) if shown_unit(c) == spec["chart"]]
     bars, labels, tics = [], [], []
     for index, (case, summary) in enumerate(charted):
