@@ -8,34 +8,30 @@
 #      into a fresh cache as it plays;
 #   c. the same playlist replayed from dlplay's cache beside `cat` of its cache
 #      files, both with a warm page cache.
-# Every round runs each pair once, peer first; the table gives medians of whole
-# processes (start-up included for both sides) and the ratio peer/dlplay of
-# the medians: above 1 means dlplay was faster. Results: bench/results/compare.md
-# and bench/results/compare.png.
+# Every round runs each pair once, the peer first in even rounds and dlplay
+# first in odd ones; each value is a whole process (start-up included for both
+# sides), and the table gives per case the median [min, max] of the per-round
+# ratios peer/dlplay: above 1 means dlplay was faster. Fails when a target is
+# missed. Results: bench/results/compare.md and bench/results/compare.png.
 #
-#   bench/compare.sh [rounds, default 9]   (as root: installs what it lacks, builds the release preset)
+#   bench/compare.sh [rounds, default 7]   (as root: installs what it lacks, builds the release preset)
+#   BENCH_MIB=64 BENCH_SEGMENTS=5 BENCH_RESULTS=/tmp/x bench/compare.sh 2   checks the script itself
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
-rounds=${1:-9}
-results=$root/bench/results
-big_size=1073741824
-segments=100
+source "$root/bench/lib/rounds.sh"
+rounds=$(bench_rounds "${1:-}")
+results=${BENCH_RESULTS:-$root/bench/results}
+big_size=$((${BENCH_MIB:-1024} * 1048576))
+segments=${BENCH_SEGMENTS:-100}
 
 bash scripts/deps.sh
-cmake --preset release >/dev/null
-cmake --build --preset release -j "$(nproc)" --target dlplay >/dev/null
+build_release dlplay
 dlplay=$root/build/release/bin/dlplay
 
-work=$(mktemp -d /tmp/compare-bench.XXXXXX)
-source "$root/bench/loopback-nginx.sh"
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work compare
 
-echo "compare: making a 1 GiB file and a ${segments}-segment HLS rendition"
+echo "compare: making a $((big_size / 1048576)) MiB file and a ${segments}-segment HLS rendition"
 mkdir -p "$work/www/hls"
 head -c "$big_size" /dev/urandom >"$work/www/1g.bin"
 # Four-second segments of 8 Mbit/s 1080p MPEG-2 video (about 4 MiB each, as a
@@ -93,103 +89,68 @@ mapfile -t cache_files < <(find "$work/replay" -type f -name 'cache.*')
 ((${#cache_files[@]} == segments)) || { echo "compare: ${#cache_files[@]} cache files, $segments expected"; exit 1; }
 hls_bytes=$(cat "$work"/www/hls/*.ts | wc -c)
 
-# Wall seconds of a whole process.
-wall_of() {
-  local TIMEFORMAT='%R'
-  { time "$@" >/dev/null 2>&1 </dev/null; } 2>&1
-}
-
 samples=$work/samples.txt
 : >"$samples"
+sample() { echo "$1 $2 $3" >>"$samples"; }
 echo "compare: $rounds rounds"
-for ((round = 0; round < rounds; round++)); do
-  echo "curl $(wall_of curl -s -o /dev/null "$big_url")" >>"$samples"
+curl_big() {
+  local wall cpu rss
+  read -r wall cpu rss < <(times_of curl -s -o /dev/null "$big_url")
+  sample big_wall curl "$wall"
+  sample big_cpu curl "$cpu"
+}
+dlplay_big() {
+  local wall cpu rss
   rm -rf "$work/none"
-  echo "dlplay_big $(wall_of "$dlplay" --cache "$work/none" "${reading[@]}" "$big_url")" >>"$samples"
-  echo "ffmpeg $(wall_of ffmpeg -v error -i "$hls_url" -c copy -f null -)" >>"$samples"
+  read -r wall cpu rss < <(times_of "$dlplay" --cache "$work/none" "${reading[@]}" "$big_url")
+  sample big_wall dlplay "$wall"
+  sample big_cpu dlplay "$cpu"
+}
+ffmpeg_hls() { sample hls ffmpeg "$(wall_of ffmpeg -v error -i "$hls_url" -c copy -f null -)"; }
+dlplay_hls() {
   rm -rf "$work/none"
-  echo "dlplay_hls $(wall_of "$dlplay" --cache "$work/none" "${reading[@]}" "$hls_url")" >>"$samples"
+  sample hls dlplay "$(wall_of "$dlplay" --cache "$work/none" "${reading[@]}" "$hls_url")"
+}
+ffmpeg_hls_writing() { sample hls_writing ffmpeg "$(wall_of ffmpeg -v error -i "$hls_url" -c copy -f null -)"; }
+dlplay_hls_writing() {
   rm -rf "$work/fresh"
-  echo "dlplay_hls_writing $(wall_of "$dlplay" --cache "$work/fresh" "${writing[@]}" "$hls_url")" >>"$samples"
-  # The play before wrote 400 MiB and removed the previous round's copy: its
-  # write-back would otherwise run under whichever reader comes next.
+  sample hls_writing dlplay "$(wall_of "$dlplay" --cache "$work/fresh" "${writing[@]}" "$hls_url")"
+  # The play wrote the whole rendition: its write-back would otherwise run
+  # under whichever reader comes next.
   sync
+}
+cat_replay() {
   cat "${cache_files[@]}" >/dev/null
-  echo "cat $(wall_of cat "${cache_files[@]}")" >>"$samples"
-  echo "dlplay_replay $(wall_of "$dlplay" --cache "$work/replay" "${writing[@]}" "$hls_url")" >>"$samples"
+  sample replay cat "$(wall_of cat "${cache_files[@]}")"
+}
+dlplay_replay() {
+  cat "${cache_files[@]}" >/dev/null
+  sample replay dlplay "$(wall_of "$dlplay" --cache "$work/replay" "${writing[@]}" "$hls_url")"
+}
+for ((round = 0; round < rounds; round++)); do
+  pair "$round" curl_big dlplay_big
+  pair "$round" ffmpeg_hls dlplay_hls
+  pair "$round" ffmpeg_hls_writing dlplay_hls_writing
+  pair "$round" cat_replay dlplay_replay
 done
 
+cat >"$work/spec.json" <<JSON
+{"title": "dlplay beside its peers", "chart": "MiB/s",
+ "note": "Loopback nginx; each value is a whole process, start-up included for both sides. The cache replayed was written by an earlier play of the same run; dlplay writing the cache is for information.",
+ "cases": [
+  {"case": "big_wall", "label": "$((big_size / 1048576)) MiB file over HTTP", "peer": "curl", "unit": "seconds", "bytes": $big_size,
+   "target": {"on": "ratio", "op": ">=", "value": 1.05}},
+  {"case": "big_cpu", "label": "the same, CPU seconds (ratio >= 1.11: dlplay <= 0.9x curl)", "peer": "curl", "unit": "CPU s",
+   "target": {"on": "ratio", "op": ">=", "value": 1.11}},
+  {"case": "hls", "label": "$segments-segment HLS over HTTP", "peer": "ffmpeg", "unit": "seconds", "bytes": $hls_bytes,
+   "target": {"on": "ratio", "op": ">=", "value": 1.5}},
+  {"case": "hls_writing", "label": "the same, dlplay writing the cache", "peer": "ffmpeg", "unit": "seconds", "bytes": $hls_bytes},
+  {"case": "replay", "label": "the playlist replayed from the cache", "peer": "cat", "unit": "seconds", "bytes": $hls_bytes,
+   "target": {"on": "ratio", "op": ">=", "value": 0.9}}
+ ]}
+JSON
 mkdir -p "$results"
 status=0
-python3 - "$samples" "$results" "$rounds" "$big_size" "$hls_bytes" "$(date -u +%Y-%m-%dT%H:%MZ)" <<'PY' || status=$?
-import statistics, sys
-samples_path, results, rounds, big_size, hls_bytes, when = sys.argv[1:]
-samples = {}
-with open(samples_path) as f:
-    for line in f:
-        name, seconds = line.split()
-        samples.setdefault(name, []).append(float(seconds))
-median = {name: statistics.median(values) for name, values in samples.items()}
-mib = 1024 * 1024
-cases = [
-    # case, bytes, peer, peer sample, dlplay sample, target ratio, target text, chart label
-    ("1 GiB file over HTTP", int(big_size), "curl -o /dev/null", "curl", "dlplay_big", 0.90, ">= 0.90",
-     "1 GiB file, HTTP\\nvs curl"),
-    ("100-segment HLS over HTTP", int(hls_bytes), "ffmpeg -c copy -f null", "ffmpeg", "dlplay_hls", 1.0, "> 1",
-     "100-segment HLS, HTTP\\nvs ffmpeg"),
-    ("the same, dlplay writing the cache", int(hls_bytes), "ffmpeg -c copy -f null", "ffmpeg", "dlplay_hls_writing",
-     None, "none", "HLS, HTTP, writing\\nthe cache, vs ffmpeg"),
-    ("the playlist replayed from the cache", int(hls_bytes), "cat of the cache files", "cat", "dlplay_replay", 0.50,
-     ">= 0.50", "HLS replayed from\\nthe cache, vs cat"),
-]
-lines = [
-    f"# dlplay beside its peers, {when}",
-    "",
-    f"Loopback nginx; median wall time of {rounds} alternating rounds, each a whole process; ratio = peer's median "
-    "time / dlplay's (above 1: dlplay faster). The cache replayed was written by an earlier play of the same run.",
-    "",
-    "| case | peer | peer s | peer MiB/s | dlplay s | dlplay MiB/s | ratio | target | met |",
-    "|---|---|---|---|---|---|---|---|---|",
-]
-chart = []
-missed = 0
-for case, size, peer, peer_key, ours_key, target, target_text, label in cases:
-    peer_s, ours_s = median[peer_key], median[ours_key]
-    ratio = peer_s / ours_s
-    if target is None:
-        met = None
-    else:
-        met = ratio >= target if target < 1 else ratio > target
-        missed += not met
-    lines.append(f"| {case} | {peer} | {peer_s:.3f} | {size / mib / peer_s:.0f} | {ours_s:.3f} | "
-                 f"{size / mib / ours_s:.0f} | {ratio:.2f} | {target_text} | {'' if met is None else 'yes' if met else 'NO'} |")
-    chart.append((label, size / mib / peer_s, size / mib / ours_s))
-lines += ["", "Rounds (seconds): " + "; ".join(f"{k} " + " ".join(f"{v:.3f}" for v in vals)
-                                            for k, vals in samples.items())]
-with open(f"{results}/compare.md", "w") as f:
-    f.write("\n".join(lines) + "\n")
-with open(f"{results}/compare.dat", "w") as f:
-    f.write("# case\tpeer MiB/s\tdlplay MiB/s\n")
-    for label, peer_rate, ours_rate in chart:
-        f.write(f"\"{label}\"\t{peer_rate:.1f}\t{ours_rate:.1f}\n")
-print("\n".join(lines))
-sys.exit(1 if missed else 0)
-PY
-gnuplot <<GNUPLOT
-set terminal png size 1000,560
-set output "$results/compare.png"
-set title "dlplay beside its peers (MiB/s, log scale, median of $rounds rounds; higher is better)"
-set style data histogram
-set style histogram clustered gap 1
-set style fill solid 0.8 border -1
-set boxwidth 0.9
-set logscale y
-set yrange [100:*]
-set xrange [-0.6:3.6]
-set bmargin 4
-set grid ytics
-set key top right
-plot "$results/compare.dat" using 2:xtic(1) title "peer", "" using 3 title "dlplay"
-GNUPLOT
+report "$work/spec.json" "$samples" "$results/compare" || status=$?
 echo "compare: wrote $results/compare.md and $results/compare.png"
 exit "$status"

@@ -17,7 +17,7 @@ user root;
 worker_processes 1;
 pid $work/nginx.pid;
 error_log $work/logs/error.log;
-events { worker_connections 64; }
+events { worker_connections 512; }
 http {
   access_log off;
   sendfile on;

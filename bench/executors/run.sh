@@ -1,82 +1,61 @@
 #!/usr/bin/env bash
 # The HTTP executor beside curl: one 1 GiB file from nginx on loopback, read
 # through WispDownloadExecutor::Read with packets of 4 KiB, 64 KiB and 1 MiB,
-# alternating with `curl -o /dev/null` in every round. Writes a table of
-# throughput ratios (and prints it); fails when a ratio is below 0.90.
+# beside `curl -o /dev/null` in every round (curl first in even rounds, the
+# executor first in odd ones). Writes a table of the medians of the per-round
+# throughput ratios (and prints it); fails when one is below 0.90.
 #
-#   bench/executors/run.sh [rounds]        (as root; builds the release preset)
+#   bench/executors/run.sh [rounds, default 7]        (as root; builds the release preset)
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 root=$(pwd)
-rounds=${1:-5}
+source "$root/bench/lib/rounds.sh"
+rounds=$(bench_rounds "${1:-}")
 build=$root/build/release
-out=$build/bench-executors.md
+size=$((${BENCH_MIB:-1024} * 1048576))
 packets=(4096 65536 1048576)
 target=0.90
 
-cmake --preset release >/dev/null
-cmake --build --preset release -j2 --target executor_fetch >/dev/null
+build_release executor_fetch
 fetch=$build/bin/executor_fetch
 
-source "$root/bench/loopback-nginx.sh"
-work=$(mktemp -d /tmp/executor-bench.XXXXXX)
-cleanup() {
-  stop_loopback_nginx
-  rm -rf "$work"
-}
-trap cleanup EXIT
+bench_work executor
 mkdir -p "$work/www"
 # Sparse: the page cache, not the disk, feeds nginx.
-truncate -s 1G "$work/www/1g.bin"
+truncate -s "$size" "$work/www/1g.bin"
 start_loopback_nginx "$work"
 url=$nginx_url/1g.bin
 
-# Wall seconds of a whole process (start-up included, for both peers alike);
-# its standard output goes to $work/stdout.
-wall_of() {
-  local TIMEFORMAT='%R'
-  { time "$@" >"$work/stdout" 2>/dev/null; } 2>&1
+samples=$work/samples.txt
+: >"$samples"
+# One curl run per round is the peer of every packet size in that round.
+curl_round() {
+  local seconds packet
+  seconds=$(wall_of curl -s -o /dev/null "$url")
+  for packet in "${packets[@]}"; do echo "packet_$packet curl $seconds" >>"$samples"; done
 }
-
-declare -a curl_s
-declare -A fetch_s fetch_wall
-for ((round = 0; round < rounds; round++)); do
-  curl_s+=("$(wall_of curl -s -o /dev/null "$url")")
+executor_round() {
+  local seconds packet line TIMEFORMAT='%R'
   for packet in "${packets[@]}"; do
-    seconds=$(wall_of "$fetch" "$url" "$packet")
+    seconds=$({ time "$fetch" "$url" "$packet" >"$work/stdout" 2>/dev/null </dev/null; } 2>&1)
     line=$(cat "$work/stdout")
-    [[ $line == bytes=1073741824\ * ]] || { echo "executor_fetch: $line" >&2; exit 1; }
-    fetch_s[$packet]+="$seconds "
+    [[ $line == "bytes=$size "* ]] || { echo "executor_fetch: $line" >&2; exit 1; }
+    echo "packet_$packet executor $seconds" >>"$samples"
   done
+}
+for ((round = 0; round < rounds; round++)); do
+  pair "$round" curl_round executor_round
 done
 
-median() { printf '%s\n' "$@" | sort -g | awk '{a[NR]=$1} END {print (NR % 2) ? a[(NR+1)/2] : (a[NR/2] + a[NR/2+1]) / 2}'; }
-curl_wall=$(median "${curl_s[@]}")
-declare -A ratio
+cases=""
 for packet in "${packets[@]}"; do
-  # shellcheck disable=SC2086
-  fetch_wall[$packet]=$(median ${fetch_s[$packet]})
-  ratio[$packet]=$(echo "$curl_wall / ${fetch_wall[$packet]}" | bc -l)
+  cases+="${cases:+,}
+  {\"case\": \"packet_$packet\", \"label\": \"$packet-byte packets\", \"peer\": \"curl\", \"unit\": \"seconds\",
+   \"bytes\": $size, \"target\": {\"on\": \"ratio\", \"op\": \">=\", \"value\": $target}}"
 done
-{
-  echo "# WispDownloadExecutor::Read beside curl, loopback nginx, $(date -u +%Y-%m-%dT%H:%MZ)"
-  echo
-  echo "Median wall time of whole processes, $rounds alternating rounds, 1 GiB each."
-  echo
-  echo "| reader | seconds | MiB/s | ratio to curl |"
-  echo "|---|---|---|---|"
-  printf '| curl -o /dev/null | %.3f | %.0f | 1.000 |\n' "$curl_wall" "$(echo "1024 / $curl_wall" | bc -l)"
-  for packet in "${packets[@]}"; do
-    printf '| executor, %s-byte packets | %.3f | %.0f | %.3f |\n' "$packet" "${fetch_wall[$packet]}" \
-      "$(echo "1024 / ${fetch_wall[$packet]}" | bc -l)" "${ratio[$packet]}"
-  done
-  echo
-  echo "Target: every ratio >= $target."
-} | tee "$out"
-for packet in "${packets[@]}"; do
-  if ! (($(echo "${ratio[$packet]} >= $target" | bc -l))); then
-    echo "a target was missed"
-    exit 1
-  fi
-done
-echo "all targets met"
+cat >"$work/spec.json" <<JSON
+{"title": "WispDownloadExecutor::Read beside curl, loopback nginx", "ours": "executor", "chart": "MiB/s",
+ "note": "$((size / 1048576)) MiB each round, whole processes; one curl run per round is the peer of every packet size.",
+ "cases": [$cases]}
+JSON
+report "$work/spec.json" "$samples" "$build/bench-executors"

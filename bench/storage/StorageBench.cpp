@@ -11,10 +11,10 @@
 //          warm page cache.
 //
 // Usage: storage_bench <directory> [rounds] [writer|pwrite|reader]. Prints
-// one line per run and a table of medians, best runs and throughput per CPU
-// second, with their ratios (the machine is shared: the best runs are the
-// less disturbed ones, and CPU time does not count waiting for a core);
-// run.sh wraps it.
+// one line per run and, for run.sh's report, one "sample" line per run's wall
+// and CPU seconds (CPU time does not count waiting for a core, which on a
+// shared machine makes it the steadier figure); each round runs the peer first
+// in even rounds and ours first in odd ones.
 // With a third argument only that path runs (for profiling; reader writes
 // its file first).
 #include <fcntl.h>
@@ -54,7 +54,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint64_t kResourceSize = 1ull << 30;
 constexpr uint64_t kPiece = 64 * 1024;
-constexpr int kDefaultRounds = 3;
+constexpr int kDefaultRounds = 7;
 constexpr uint64_t kAheadLimit = 8ull << 20;
 
 // One piece of the resource; its first bytes carry the piece's offset so
@@ -99,30 +99,25 @@ Sample Measure(Run run) {
   return Sample{wall, CpuSeconds() - cpuBefore};
 }
 
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
+// Runs the peer first in even rounds and ours first in odd ones, so that
+// neither side always inherits the other's page cache and write-back.
+template <typename Peer, typename Ours>
+void InRoundOrder(int round, Peer peer, Ours ours) {
+  if (round % 2 == 0) {
+    peer();
+    ours();
+  } else {
+    ours();
+    peer();
+  }
 }
 
-double Best(const std::vector<double>& values) { return *std::min_element(values.begin(), values.end()); }
-
-std::vector<double> Field(const std::vector<Sample>& samples, double Sample::*field) {
-  std::vector<double> values;
-  for (const Sample& sample : samples) values.push_back(sample.*field);
-  return values;
-}
-
-void Row(const char* path, const char* peer, uint64_t bytes, const std::vector<Sample>& ours, uint64_t peerBytes,
-         const std::vector<Sample>& theirs) {
-  double oursMedian = Megabytes(bytes) / Median(Field(ours, &Sample::wall));
-  double oursBest = Megabytes(bytes) / Best(Field(ours, &Sample::wall));
-  double oursCpu = Megabytes(bytes) / Median(Field(ours, &Sample::cpu));
-  double theirsMedian = Megabytes(peerBytes) / Median(Field(theirs, &Sample::wall));
-  double theirsBest = Megabytes(peerBytes) / Best(Field(theirs, &Sample::wall));
-  double theirsCpu = Megabytes(peerBytes) / Median(Field(theirs, &Sample::cpu));
-  std::printf("| %s | %.0f / %.0f / %.0f | %s | %.0f / %.0f / %.0f | %.0f%% | %.0f%% | %.0f%% |\n", path, oursMedian,
-              oursBest, oursCpu, peer, theirsMedian, theirsBest, theirsCpu, 100.0 * oursMedian / theirsMedian,
-              100.0 * oursBest / theirsBest, 100.0 * oursCpu / theirsCpu);
+// One run for run.sh's report: "sample CASE_wall PROGRAM SECONDS" and the same
+// for CPU seconds; `scale` brings a run of a different byte count to the
+// seconds it would take for the resource's size.
+void Emit(const char* sampleCase, const char* program, const Sample& sample, double scale = 1.0) {
+  std::printf("sample %s_wall %s %.4f\nsample %s_cpu %s %.4f\n", sampleCase, program, sample.wall * scale, sampleCase,
+              program, sample.cpu * scale);
 }
 
 // The caller of the dispatch never waits; a real producer (the network) is
@@ -280,20 +275,31 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  std::vector<Sample> writer, unpaced, plain, strided, reader, cat;
   // One unmeasured run of each first: the first run of a process also pays
   // for faulting in its heap.
   Fresh(WriteThroughDispatchPaced, segmentPath);
   Fresh(WriteWithPwrite, plainPath);
   for (int round = 0; round < rounds; ++round) {
-    writer.push_back(Measure([&] { return Fresh(WriteThroughDispatchPaced, segmentPath); }));
-    Report("dispatch+writer", kResourceSize, writer.back());
-    plain.push_back(Measure([&] { return Fresh(WriteWithPwrite, plainPath); }));
-    Report("pwrite", kResourceSize, plain.back());
-    unpaced.push_back(Measure([&] { return Fresh(WriteThroughDispatchUnpaced, segmentPath); }));
-    Report("dispatch+writer unpaced", kResourceSize, unpaced.back());
-    strided.push_back(Measure([&] { return Fresh(WriteWithPwriteAtSlotStride, plainPath); }));
-    Report("pwrite at slot stride", kResourceSize, strided.back());
+    InRoundOrder(
+        round,
+        [&] {
+          Sample plain = Measure([&] { return Fresh(WriteWithPwrite, plainPath); });
+          Report("pwrite", kResourceSize, plain);
+          Emit("paced", "pwrite", plain);
+          Emit("unpaced", "pwrite", plain);
+          Sample strided = Measure([&] { return Fresh(WriteWithPwriteAtSlotStride, plainPath); });
+          Report("pwrite at slot stride", kResourceSize, strided);
+          Emit("layout", "pwritev-at-slots", strided);
+        },
+        [&] {
+          Sample writer = Measure([&] { return Fresh(WriteThroughDispatchPaced, segmentPath); });
+          Report("dispatch+writer", kResourceSize, writer);
+          Emit("paced", "downloader", writer);
+          Emit("layout", "downloader", writer);
+          Sample unpaced = Measure([&] { return Fresh(WriteThroughDispatchUnpaced, segmentPath); });
+          Report("dispatch+writer unpaced", kResourceSize, unpaced);
+          Emit("unpaced", "downloader", unpaced);
+        });
   }
   // A fully filled segment file to read; one pass of each warms the cache.
   WriteThroughDispatchPaced(segmentPath);
@@ -302,24 +308,22 @@ int main(int argc, char** argv) {
   int fd = open(segmentPath.c_str(), O_RDONLY | O_CLOEXEC);
   off_t fileLength = lseek(fd, 0, SEEK_END);
   close(fd);
+  // cat reads the slots' checksums too: its times are scaled to the payload.
+  const double catScale = static_cast<double>(kResourceSize) / static_cast<double>(fileLength);
   for (int round = 0; round < rounds; ++round) {
-    reader.push_back(Measure([&] { return ReadWithReader(segmentPath); }));
-    Report("reader", kResourceSize, reader.back());
-    cat.push_back(Measure([&] { return ReadWithCat(segmentPath); }));
-    Report("cat", static_cast<uint64_t>(fileLength), cat.back());
+    InRoundOrder(
+        round,
+        [&] {
+          Sample cat = Measure([&] { return ReadWithCat(segmentPath); });
+          Report("cat", static_cast<uint64_t>(fileLength), cat);
+          Emit("read", "cat", cat, catScale);
+        },
+        [&] {
+          Sample reader = Measure([&] { return ReadWithReader(segmentPath); });
+          Report("reader", kResourceSize, reader);
+          Emit("read", "downloader", reader);
+        });
   }
   unlink(segmentPath.c_str());
-
-  std::printf("\n| path | MiB/s median / best / per CPU s | peer | MiB/s median / best / per CPU s "
-              "| ratio of medians | ratio of bests | ratio per CPU s |\n");
-  std::printf("|---|---|---|---|---|---|---|\n");
-  Row("dispatch + writer, 1 GiB in 64 KiB, producer <= 8 MiB ahead", "pwrite, 64 KiB", kResourceSize, writer,
-      kResourceSize, plain);
-  Row("dispatch + writer, 1 GiB in 64 KiB, producer unpaced", "pwrite, 64 KiB", kResourceSize, unpaced,
-      kResourceSize, plain);
-  Row("dispatch + writer, 1 GiB in 64 KiB, producer <= 8 MiB ahead", "pwritev of 128 KiB + 4 at the file's slots",
-      kResourceSize, writer, kResourceSize, strided);
-  Row("reader, 1 GiB in 64 KiB reads", "cat, warm cache", kResourceSize, reader, static_cast<uint64_t>(fileLength),
-      cat);
   return 0;
 }
