@@ -51,7 +51,7 @@
 #include <downloader/Pipe/StatsStage.h>
 #include <downloader/Strategy/DrainCalculator.h>
 
-#include "Impls/StreamStats.h"
+#include "Base/StreamStats.h"
 #include "Strategy/FlowRateController.h"
 
 namespace downloader {
