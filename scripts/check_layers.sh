@@ -9,7 +9,8 @@
 # them in Pipe or Filter, so they count as layer 1 and may themselves include
 # nothing above it. A known upward include that is still to be removed is
 # listed in scripts/layers.allow ("file -> Folder/Header.h"); a listed include
-# that is gone fails too, so the list only shrinks.
+# that is gone fails too, so the list only shrinks. Impls and Pipe reach the
+# cache through its public headers alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -45,6 +46,13 @@ while IFS= read -r file; do
     status=1
   done < <(sed -nE 's@^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"](downloader/)?([A-Z][A-Za-z]*/[^>"]*)[>"].*@\2@p' "$file")
 done < <(find Source include/downloader -type f \( -name '*.h' -o -name '*.cpp' \) | sort)
+
+# Above Filter the cache is reached through its public headers only
+# (CacheWriter, IDataStore), never through Storage's internal ones.
+if grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"Storage/' Source/Impls Source/Pipe >&2; then
+  echo "Storage internals included above Filter (use <downloader/Storage/CacheWriter.h>)" >&2
+  status=1
+fi
 
 if [[ -f "$allow_file" ]]; then
   while IFS= read -r entry; do

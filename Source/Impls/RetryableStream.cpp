@@ -15,10 +15,6 @@
 #include <downloader/Strategy/Source.h>
 
 #include "Impls/DownloadLevels.h"
-#include "Storage/DiskCacheCleaner.h"
-#include "Storage/SegmentCachePolicy.h"
-#include "Storage/SegmentFileWriter.h"
-#include "Storage/SegmentFileWriterDispatch.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -133,7 +129,7 @@ int32_t RetryableStream::PlayerId() { return ReadParamInt(params_, "player_id", 
 DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "");
   if (!prepared.IsSuccess()) return prepared;
-  storage::DiskCacheCleaner::GetInstance().Schedule(config_);
+  storage::CacheWriter::ScheduleCleaning(config_);
   DLResultCode result = OpenWalk();
   FinishOpen(result);
   return result;
@@ -142,7 +138,7 @@ DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
 DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "[async]");
   if (!prepared.IsSuccess()) return prepared;
-  storage::DiskCacheCleaner::GetInstance().Schedule(config_);
+  storage::CacheWriter::ScheduleCleaning(config_);
   if (IsPlaylist(url_)) {
     DL_LOGI << "FLOWRATE-> can't set open cb due to m3u8!";
     DLResultCode result = OpenWalk();
@@ -249,7 +245,7 @@ DLResultCode RetryableStream::PrepareOpen(const std::shared_ptr<URI>& uri, const
   offset_ = std::max<int64_t>(0, ReadParamInt64(params, "range_start", 0));
   controller_->Configure(config_, params, uri->GetDuration());
   calculator_ = DrainCalculatorFactory::Create(config_, controller_);
-  segmentWritingWanted_ = storage::SegmentCachePolicy::Applies(config_, url_);
+  segmentWritingWanted_ = storage::CacheWriter::WritesSegments(config_, url_);
   return DLResultCode(kDLSuccess, 0);
 }
 
@@ -447,8 +443,8 @@ DLReadResult RetryableStream::InternalRead(void* buffer, uint64_t size) {
   if (result.code == kDLSuccess && result.bytes > 0) {
     MaybeStartSegmentWriter();
     if (segmentWriter_) {
-      storage::SegmentFileWriterDispatch::GetInstance().store(segmentWriter_, static_cast<uint64_t>(offset_),
-                                                              static_cast<const uint8_t*>(buffer), result.bytes);
+      storage::CacheWriter::StoreSegmentBytes(segmentWriter_, static_cast<uint64_t>(offset_),
+                                              static_cast<const uint8_t*>(buffer), result.bytes);
     }
     offset_ += static_cast<int64_t>(result.bytes);
     bytesRead_ += result.bytes;
