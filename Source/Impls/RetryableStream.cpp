@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -14,10 +15,6 @@
 #include <downloader/Strategy/Source.h>
 
 #include "Impls/DownloadLevels.h"
-#include "Storage/DiskCacheCleaner.h"
-#include "Storage/SegmentCachePolicy.h"
-#include "Storage/SegmentFileWriter.h"
-#include "Storage/SegmentFileWriterDispatch.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -132,7 +129,7 @@ int32_t RetryableStream::PlayerId() { return ReadParamInt(params_, "player_id", 
 DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "");
   if (!prepared.IsSuccess()) return prepared;
-  storage::DiskCacheCleaner::GetInstance().Schedule(config_);
+  storage::CacheWriter::ScheduleCleaning(config_);
   DLResultCode result = OpenWalk();
   FinishOpen(result);
   return result;
@@ -141,7 +138,7 @@ DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
 DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "[async]");
   if (!prepared.IsSuccess()) return prepared;
-  storage::DiskCacheCleaner::GetInstance().Schedule(config_);
+  storage::CacheWriter::ScheduleCleaning(config_);
   if (IsPlaylist(url_)) {
     DL_LOGI << "FLOWRATE-> can't set open cb due to m3u8!";
     DLResultCode result = OpenWalk();
@@ -248,7 +245,7 @@ DLResultCode RetryableStream::PrepareOpen(const std::shared_ptr<URI>& uri, const
   offset_ = std::max<int64_t>(0, ReadParamInt64(params, "range_start", 0));
   controller_->Configure(config_, params, uri->GetDuration());
   calculator_ = DrainCalculatorFactory::Create(config_, controller_);
-  segmentWritingWanted_ = storage::SegmentCachePolicy::Applies(config_, url_);
+  segmentWritingWanted_ = storage::CacheWriter::WritesSegments(config_, url_);
   return DLResultCode(kDLSuccess, 0);
 }
 
@@ -270,37 +267,54 @@ DLDownloadLevel RetryableStream::NextLevel(DLDownloadLevel current) {
   return DownloadLevels::Next(current, mask_, forbidDowngrade_, &downgradeForbiddenHit_);
 }
 
-DLResultCode RetryableStream::OpenWalk() {
-  DLDownloadLevel level = InitialLevel();
-  Commit(kStatsStageOpen, "init_level", level, DLResultCode(kDLSuccess, 0));
+DLDownloadLevel RetryableStream::WalkLevels(DLDownloadLevel from, bool tryFrom, const LevelVisitor& tryLevel) {
   std::set<int32_t> visited;
+  DLDownloadLevel level = from;
+  if (tryFrom) {
+    visited.insert(from);
+    if (InMask(from) && tryLevel(from, false)) return from;
+  }
+  while (true) {
+    DLDownloadLevel next = NextLevel(level);
+    if (next == level || visited.count(next) != 0) return level;
+    visited.insert(next);
+    level = next;
+    if (InMask(next) && tryLevel(next, true)) return next;
+  }
+}
+
+void RetryableStream::CommitFailedAttempt(StatsStage stage, const std::string& prefix, DLDownloadLevel level,
+                                          const LevelAttempt& attempt) {
+  Commit(stage, prefix + (attempt.responded ? "_open_error" : "_respond_error"), level, attempt.result);
+}
+
+DLResultCode RetryableStream::OpenWalk() {
+  DLDownloadLevel initial = InitialLevel();
+  Commit(kStatsStageOpen, "init_level", initial, DLResultCode(kDLSuccess, 0));
   bool executorOpened = false;
   DLResultCode lastOpenFailure;
   DLResultCode lastRefusal(kDLFailure, kNoFilterSubCode);
-  while (true) {
-    visited.insert(level);
-    if (InMask(level)) {
-      LevelAttempt attempt = OpenAtLevel(level);
-      if (attempt.executor) {
-        InstallExecutor(std::move(attempt.executor), level);
-        return attempt.result;
-      }
-      if (attempt.result.subCode == kClosedSubCode) return attempt.result;
-      if (attempt.responded) {
-        executorOpened = true;
-        lastOpenFailure = attempt.result;
-        failureReason_ = attempt.reason;
-        failureKind_ = attempt.kind;
-      } else {
-        lastRefusal = attempt.result;
-      }
-      Commit(kStatsStageOpen, attempt.responded ? "open_open_error" : "open_respond_error", level, attempt.result);
+  std::optional<DLResultCode> answer;
+  WalkLevels(initial, true, [&](DLDownloadLevel level, bool moved) {
+    if (moved) Commit(kStatsStageOpen, "open_downgrade", level, DLResultCode(kDLSuccess, 0));
+    LevelAttempt attempt = OpenAtLevel(level);
+    if (attempt.executor || attempt.result.subCode == kClosedSubCode) {
+      if (attempt.executor) InstallExecutor(std::move(attempt.executor), level);
+      answer = attempt.result;
+      return true;
     }
-    DLDownloadLevel next = NextLevel(level);
-    if (next == level || visited.count(next) != 0) break;
-    if (InMask(next)) Commit(kStatsStageOpen, "open_downgrade", next, DLResultCode(kDLSuccess, 0));
-    level = next;
-  }
+    if (attempt.responded) {
+      executorOpened = true;
+      lastOpenFailure = attempt.result;
+      failureReason_ = attempt.reason;
+      failureKind_ = attempt.kind;
+    } else {
+      lastRefusal = attempt.result;
+    }
+    CommitFailedAttempt(kStatsStageOpen, "open", level, attempt);
+    return false;
+  });
+  if (answer) return *answer;
   return executorOpened ? lastOpenFailure : lastRefusal;
 }
 
@@ -429,8 +443,8 @@ DLReadResult RetryableStream::InternalRead(void* buffer, uint64_t size) {
   if (result.code == kDLSuccess && result.bytes > 0) {
     MaybeStartSegmentWriter();
     if (segmentWriter_) {
-      storage::SegmentFileWriterDispatch::GetInstance().store(segmentWriter_, static_cast<uint64_t>(offset_),
-                                                              static_cast<const uint8_t*>(buffer), result.bytes);
+      storage::CacheWriter::StoreSegmentBytes(segmentWriter_, static_cast<uint64_t>(offset_),
+                                              static_cast<const uint8_t*>(buffer), result.bytes);
     }
     offset_ += static_cast<int64_t>(result.bytes);
     bytesRead_ += result.bytes;
@@ -491,15 +505,9 @@ bool RetryableStream::HandleReadDowngrade(ReadTrigger trigger) {
   DLDownloadLevel from = level_;
   DL_LOGI << "FLOWRATE-> HandleReadDowngrade [" << PlayerId() << "] reason:" << kTriggerNames[static_cast<int>(trigger)]
           << ", level:" << from << ", offset:" << offset_;
-  std::set<int32_t> visited;
-  DLDownloadLevel candidate = from;
   DLResultCode lastFailure(kDLFailure, kNoFilterSubCode);
-  while (true) {
-    DLDownloadLevel next = NextLevel(candidate);
-    if (next == candidate || visited.count(next) != 0) break;
-    visited.insert(next);
-    candidate = next;
-    if (!InMask(next)) continue;
+  bool switched = false;
+  DLDownloadLevel last = WalkLevels(from, false, [&](DLDownloadLevel next, bool /*moved*/) {
     LevelAttempt attempt = OpenAtLevel(next);
     if (attempt.executor) {
       std::shared_ptr<IDownloadExecutor> previous = std::move(executor_);
@@ -508,17 +516,22 @@ bool RetryableStream::HandleReadDowngrade(ReadTrigger trigger) {
       ++downgradeCount_;
       ++readDowngrades_["read_downgrade_" + std::to_string(from) + "_" + std::to_string(next)];
       Commit(kStatsStageRead, "read_downgrade", next, attempt.result);
-      DL_LOGI << "FLOWRATE-> HandleReadDowngrade success [" << PlayerId()
-              << "] downgrade done with executor level:" << next;
-      DL_LOGI << "FLOWRATE-> did HandleReadDowngrade: playerid[" << PlayerId() << "]"
-              << " cur_level:" << level_;
+      switched = true;
       return true;
     }
     lastFailure = attempt.result;
-    Commit(kStatsStageRead, attempt.responded ? "read_open_error" : "read_respond_error", next, attempt.result);
+    CommitFailedAttempt(kStatsStageRead, "read", next, attempt);
+    return false;
+  });
+  if (switched) {
+    DL_LOGI << "FLOWRATE-> HandleReadDowngrade success [" << PlayerId()
+            << "] downgrade done with executor level:" << last;
+    DL_LOGI << "FLOWRATE-> did HandleReadDowngrade: playerid[" << PlayerId() << "]"
+            << " cur_level:" << level_;
+    return true;
   }
   DL_LOGW << "FLOWRATE-> HandleReadDowngrade fail [" << PlayerId() << "] downgrade fail with executor level:"
-          << candidate << ",open code:" << lastFailure.code << ",secondary code:" << lastFailure.subCode;
+          << last << ",open code:" << lastFailure.code << ",secondary code:" << lastFailure.subCode;
   DL_LOGI << "FLOWRATE-> did HandleReadDowngrade: playerid[" << PlayerId() << "]"
           << " cur_level:" << level_;
   return false;

@@ -36,6 +36,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -50,7 +51,7 @@
 #include <downloader/Pipe/StatsStage.h>
 #include <downloader/Strategy/DrainCalculator.h>
 
-#include "Impls/StreamStats.h"
+#include "Base/StreamStats.h"
 #include "Strategy/FlowRateController.h"
 
 namespace downloader {
@@ -115,10 +116,18 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
     std::string kind;
   };
   enum class ReadTrigger { kNone, kFailed, kTimedOut, kDrained };
+  // Tries one level of the mask; `moved` is false only for the level the walk
+  // started at. Answers true to end the walk.
+  using LevelVisitor = std::function<bool(DLDownloadLevel level, bool moved)>;
 
   // Open.
   DLResultCode PrepareOpen(const std::shared_ptr<URI>& uri, const char* mode);
   DLResultCode OpenWalk();
+  // The one level walk of open and read downgrade: from `from` in the order
+  // NextLevel gives, each level at most once (`from` itself only when
+  // `tryFrom`), handing every level of the mask to `tryLevel` until it answers
+  // true. Returns the last level the walk reached.
+  DLDownloadLevel WalkLevels(DLDownloadLevel from, bool tryFrom, const LevelVisitor& tryLevel);
   DLDownloadLevel InitialLevel() const;
   LevelAttempt OpenAtLevel(DLDownloadLevel level);
   std::shared_ptr<URI> RequestAtOffset();
@@ -144,6 +153,9 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
 
   // Statistics.
   void Commit(StatsStage stage, const std::string& event, DLDownloadLevel level, const DLResultCode& result);
+  // "<prefix>_open_error" when an executor opened and failed, "<prefix>_respond_error" when none did.
+  void CommitFailedAttempt(StatsStage stage, const std::string& prefix, DLDownloadLevel level,
+                           const LevelAttempt& attempt);
   std::string StreamEndInfo();
   static std::string JoinLevels(const std::vector<DLDownloadLevel>& levels);
   std::string ReadParam(const std::string& key, const std::string& defaultValue);

@@ -6,9 +6,11 @@
 #include <mutex>
 
 #include "Platform/FileSystem.h"
+#include "Storage/DiskCacheCleaner.h"
 #include "Storage/Persistence/DiskAdapter.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/Persistence/DiskFileNameUtil.h"
+#include "Storage/SegmentCachePolicy.h"
 #include "Storage/SegmentDataStore.h"
 #include "Storage/SegmentFileV1.h"
 #include "Storage/SegmentFileWriter.h"
@@ -99,6 +101,17 @@ std::shared_ptr<SegmentFileWriter> CacheWriter::CreateSegmentWriter(const Config
   }
   return std::make_shared<SegmentFileWriter>(path, contentSize, jobId, isPreload, flushLimit);
 }
+
+bool CacheWriter::WritesSegments(const ConfigPtr& config, const std::string& url) {
+  return SegmentCachePolicy::Applies(config, url);
+}
+
+void CacheWriter::StoreSegmentBytes(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t offset,
+                                    const uint8_t* data, uint64_t size) {
+  SegmentFileWriterDispatch::GetInstance().store(writer, offset, data, size);
+}
+
+void CacheWriter::ScheduleCleaning(const ConfigPtr& config) { DiskCacheCleaner::GetInstance().Schedule(config); }
 
 void CacheWriter::CompleteSegmentWriter(std::shared_ptr<SegmentFileWriter> writer) {
   if (!writer) return;

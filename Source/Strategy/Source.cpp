@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "Impls/StreamStats.h"
+#include "Base/StreamStats.h"
 
 namespace downloader {
 

@@ -9,7 +9,7 @@
 #include <downloader/Storage/CacheWriter.h>
 
 #include "ExecutorReading.h"
-#include "Impls/StreamStats.h"
+#include "Base/StreamStats.h"
 #include "Storage/SegmentFileWriter.h"
 #include "WispOriginTest.h"
 #include "support/TempDir.h"

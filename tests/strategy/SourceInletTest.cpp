@@ -6,7 +6,7 @@
 
 #include <downloader/Strategy/Source.h>
 
-#include "Impls/StreamStats.h"
+#include "Base/StreamStats.h"
 #include "Strategy/FlowRateController.h"
 #include "support/MapConfig.h"
 

@@ -1,6 +1,6 @@
 // The cache's front door for the rest of the library: where the cache lives,
-// the data store through which a stored resource is read, and the segment
-// writer through which a stream stores what it downloads. A resource's cache
+// the data store through which a stored resource is read, the segment writer
+// through which a stream stores what it downloads, and the cache's cleaning. A resource's cache
 // file is named by its URI's ID:
 //
 //   <root>/kestreldl_folder/disk_cache/v1/cache/cache.<ID>
@@ -46,8 +46,18 @@ class DOWNLOADER_EXPORT CacheWriter {
   static std::shared_ptr<SegmentFileWriter> CreateSegmentWriter(const ConfigPtr& config,
                                                                 const std::shared_ptr<URI>& uri,
                                                                 uint64_t contentSize);
+  // Whether a stream of `url` writes what it reads: the same rule by which the
+  // disk-cache level replays, so nothing is written that cannot be read back.
+  static bool WritesSegments(const ConfigPtr& config, const std::string& url);
+  // Hands `size` bytes the stream read at `offset` to the storage thread; the
+  // bytes are copied before it returns.
+  static void StoreSegmentBytes(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t offset,
+                                const uint8_t* data, uint64_t size);
   // Hands the writer's last bytes to the storage thread; returns at once.
   static void CompleteSegmentWriter(std::shared_ptr<SegmentFileWriter> writer);
+  // Starts the disk-cache cleaner when the settings ask for it; later calls
+  // do nothing more.
+  static void ScheduleCleaning(const ConfigPtr& config);
   // Waits until every writer completed so far has reached the disk; false
   // when `timeoutMs` passed first. A host calls it before it exits or unloads
   // the library, so that the end of the last resources read is kept.

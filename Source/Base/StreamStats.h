@@ -4,8 +4,8 @@
 // stream can report what came in beside what the player read.
 //
 // Thread rules: any thread; the counters are atomic.
-#ifndef DOWNLOADER_IMPLS_STREAMSTATS_H_
-#define DOWNLOADER_IMPLS_STREAMSTATS_H_
+#ifndef DOWNLOADER_BASE_STREAMSTATS_H_
+#define DOWNLOADER_BASE_STREAMSTATS_H_
 
 #include <atomic>
 #include <cstdint>
@@ -23,4 +23,4 @@ class StreamStats {
 
 }  // namespace downloader
 
-#endif  // DOWNLOADER_IMPLS_STREAMSTATS_H_
+#endif  // DOWNLOADER_BASE_STREAMSTATS_H_
