@@ -4,12 +4,12 @@
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
+#include "Base/RequestKind.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace {
 
-constexpr char kLocalUrl[] = "http://local.url";
 
 }  // namespace
 
@@ -31,7 +31,7 @@ DLResultCode IPcdnDownloadFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
 int64_t IPcdnDownloadFilter::RefusalOf(const URI& uri) const {
   if (!PcdnInterfaceHelper::EnsureSymbolLoaded()) return kNoEngineSubCode;
   if (!ReadConfigBool(config_, kDownloaderInfoGroup, "canUseP2P", true)) return kP2pNotAllowedSubCode;
-  if (uri.GetStringRep().find(kLocalUrl) != std::string::npos) return kLocalUrlSubCode;
+  if (RequestKind::Of(uri.GetStringRep()).localFile) return kLocalUrlSubCode;
   if (ReadParamBool(uri.GetParams(), "force_cdn", false)) return kForceCdnSubCode;
   if (uri.ResolveUrlType() == kDLUrlM3u8 && !ReadConfigBool(config_, kDownloaderConfigGroup, "enable_m3u8_mp", false)) {
     return kPlaylistSubCode;

@@ -2,7 +2,19 @@
 
 #include <downloader/Filter/LocalFileExecutor.h>
 
+#include "Base/RequestKind.h"
+
 namespace downloader {
+namespace {
+
+constexpr bool SameText(const char* left, const char* right) {
+  return *left == *right && (*left == '\0' || SameText(left + 1, right + 1));
+}
+
+static_assert(SameText(LocalFileFilter::kLocalUrlPrefix, RequestKind::kLocalFilePrefix),
+              "the local-file level serves exactly what requests classify as local files");
+
+}  // namespace
 
 LocalFileFilter::LocalFileFilter() = default;
 
@@ -10,7 +22,7 @@ LocalFileFilter::~LocalFileFilter() = default;
 
 DLResultCode LocalFileFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
                                             const std::shared_ptr<IStream>& /*context*/) {
-  if (uri != nullptr && uri->GetStringRep().find(kLocalUrlPrefix) != std::string::npos) {
+  if (uri != nullptr && RequestKind::Of(uri->GetStringRep()).localFile) {
     return DLResultCode(kDLSuccess, 0);
   }
   return DLResultCode(kDLFailure, kNotLocalUrlSubCode);

@@ -10,6 +10,7 @@
 #include <wisp/http/WispClient.h>
 
 #include "Base/ByteChannel.h"
+#include "Base/RequestKind.h"
 #include "Base/Sha256.h"
 #include "Filter/HttpErrorCode.h"
 #include "Filter/WispLastReports.h"
@@ -39,12 +40,6 @@ std::string JoinAddresses(const std::vector<std::string>& addresses) {
     joined += address;
   }
   return joined;
-}
-
-bool IsPlaylistUrl(const std::string& url) {
-  const std::string suffix = ".m3u8";
-  const bool endsInM3u8 = url.size() >= suffix.size() && url.compare(url.size() - suffix.size(), suffix.size(), suffix) == 0;
-  return endsInM3u8 || url.find("/playlist/m3u8") != std::string::npos;
 }
 
 }  // namespace
@@ -122,7 +117,7 @@ void WispDownloadExecutor::ReadSettings(const std::shared_ptr<URI>& uri) {
   hashCheck_ = draw < sample;
   DL_LOGD << logTag_ << "] random:" << draw << ", sample:" << sample;
 
-  if (IsPlaylistUrl(uri->GetStringRep())) {
+  if (RequestKind::Of(uri->GetStringRep()).playlist) {
     DL_LOGI << logTag_ << "wispDownload m3u8 File";
   }
   ReadTrackInfo();

@@ -1,9 +1,9 @@
 #include <downloader/Filter/WispDownloadFilter.h>
 
-#include <downloader/Filter/LocalFileFilter.h>
 #include <downloader/Filter/WispDownloadExecutor.h>
 #include <downloader/Pipe/ConfigReader.h>
 
+#include "Base/RequestKind.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -20,7 +20,7 @@ WispDownloadFilter::~WispDownloadFilter() = default;
 
 DLResultCode WispDownloadFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
                                                const std::shared_ptr<IStream>& /*context*/) {
-  if (uri == nullptr || uri->GetStringRep().find(LocalFileFilter::kLocalUrlPrefix) != std::string::npos) {
+  if (uri == nullptr || RequestKind::Of(uri->GetStringRep()).localFile) {
     return DLResultCode(kDLFailure, kRefusedSubCode);
   }
   const int32_t cacheType = ReadParamInt(uri->GetParams(), "cache_type", -1);

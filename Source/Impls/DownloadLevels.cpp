@@ -1,18 +1,11 @@
 #include "Impls/DownloadLevels.h"
 
+#include "Base/RequestKind.h"
+
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace {
-
-constexpr char kLocalUrl[] = "http://local.url";
-constexpr char kAdPath[] = "/ad/";
-constexpr char kAdCode[] = "ccode=0902";
-
-bool IsAdvertisement(const std::string& url) {
-  size_t adPath = url.find(kAdPath);
-  return adPath != std::string::npos && url.find(kAdCode, adPath) != std::string::npos;
-}
 
 uint32_t LowestBit(uint32_t mask) { return mask & (~mask + 1); }
 
@@ -35,8 +28,9 @@ uint32_t DownloadLevels::RequiredMask(const ConfigPtr& config, const StreamParam
   }
   bool hasPlaylist = params.count("m3u8_url") != 0;
   bool isLive = ReadParamBool(params, "is_live", false);
-  bool isLocal = url.find(kLocalUrl) != std::string::npos;
-  bool isAd = IsAdvertisement(url);
+  const RequestKind kind = RequestKind::Of(url);
+  bool isLocal = kind.localFile;
+  bool isAd = kind.advertisement;
   bool pcdnOnly = ReadConfigBool(config, kDownloaderConfigGroup, "use_pcdn_ng_disable_downgrade", false);
   DL_LOGD << "GetRequireLevel m3u8_url:" << hasPlaylist << ", is_live:" << isLive << ", local:" << isLocal
           << ", ad:" << isAd << ", pcdn only:" << pcdnOnly;

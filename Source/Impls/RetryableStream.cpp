@@ -14,6 +14,7 @@
 #include <downloader/Strategy/DrainCalculatorFactory.h>
 #include <downloader/Strategy/Source.h>
 
+#include "Base/RequestKind.h"
 #include "Impls/DownloadLevels.h"
 #include "Utils/log/LogMessage.h"
 
@@ -49,14 +50,6 @@ std::shared_ptr<URI> WithParams(const std::shared_ptr<URI>& uri, const StreamPar
       .SetHttpHeader(uri->GetHttpHeader())
       .SetURIIdentifier(&identifier)
       .Build();
-}
-
-bool IsPlaylist(const std::string& url) {
-  static const std::string kPlaylistSuffix = ".m3u8";
-  bool endsWithPlaylist = url.size() >= kPlaylistSuffix.size() &&
-                          url.compare(url.size() - kPlaylistSuffix.size(), kPlaylistSuffix.size(),
-                                      kPlaylistSuffix) == 0;
-  return endsWithPlaylist || url.find("/playlist/m3u8") != std::string::npos;
 }
 
 int32_t ClampToInt32(int64_t value) {
@@ -139,7 +132,7 @@ DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "[async]");
   if (!prepared.IsSuccess()) return prepared;
   storage::CacheWriter::ScheduleCleaning(config_);
-  if (IsPlaylist(url_)) {
+  if (RequestKind::Of(url_).playlist) {
     DL_LOGI << "FLOWRATE-> can't set open cb due to m3u8!";
     DLResultCode result = OpenWalk();
     FinishOpen(result);

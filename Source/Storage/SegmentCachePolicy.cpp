@@ -1,5 +1,7 @@
 #include "Storage/SegmentCachePolicy.h"
 
+#include "Base/RequestKind.h"
+
 namespace downloader {
 namespace storage {
 namespace {
@@ -14,7 +16,8 @@ bool ContainsAny(const std::string& text, std::initializer_list<const char*> nee
 }  // namespace
 
 bool SegmentCachePolicy::IsPlaylistOrLocal(const std::string& url) {
-  return ContainsAny(url, {".m3u8", "/playlist/m3u8", "http://local.url"});
+  const RequestKind kind = RequestKind::Of(url);
+  return kind.namesPlaylistText || kind.localFile;
 }
 
 bool SegmentCachePolicy::IsPlainUrl(const std::string& url) {
