@@ -35,7 +35,7 @@ Slot g_ngGet{nullptr};
 
 // The ninth row names the NG keyed read; the loader stops before it, so its
 // slot stays empty for the life of the process.
-constexpr BindingRow kBindingTable[] = {
+constexpr BindingRow kPcdnBindingTable[] = {
     {&g_open, "PCDNOpen"},
     {&g_read, "PCDNRead"},
     {&g_get, "PCDNGet"},
@@ -47,7 +47,7 @@ constexpr BindingRow kBindingTable[] = {
     {&g_ngGet, "PCDNNGGet"},
 };
 constexpr size_t kLoaderRowCount = 8;
-static_assert(sizeof(kBindingTable) / sizeof(kBindingTable[0]) == kLoaderRowCount + 1,
+static_assert(sizeof(kPcdnBindingTable) / sizeof(kPcdnBindingTable[0]) == kLoaderRowCount + 1,
               "the NG row follows the rows the loader walks");
 
 constexpr int64_t kUnboundOpenResult = 0;
@@ -67,7 +67,7 @@ Fn Bound(const Slot& slot) {
 }  // namespace
 
 bool PcdnInterfaceHelper::EnsureSymbolLoaded() {
-  return BindSymbols(platform::kPcdnModuleName, kBindingTable, kLoaderRowCount);
+  return BindSymbols(platform::kPcdnModuleName, kPcdnBindingTable, kLoaderRowCount);
 }
 
 bool PcdnInterfaceHelper::NGEnsureSymbolLoaded() { return false; }

@@ -43,7 +43,7 @@ Slot g_setBeamCallback{nullptr};
 Slot g_setProp{nullptr};
 Slot g_downloaded{nullptr};
 
-constexpr BindingRow kBindingTable[] = {
+constexpr BindingRow kXcdnBindingTable[] = {
     {&g_createSource, "XCdnCreateSource"},
     {&g_openSource, "XCdnOpenSource2"},
     {&g_contentLength, "XCdnContentLength"},
@@ -57,7 +57,7 @@ constexpr BindingRow kBindingTable[] = {
     {&g_setQuillCallback, "XCdnSetQuillCallback"},
     {&g_setBeamCallback, "XCdnSetBeamCallback"},
 };
-static_assert(sizeof(kBindingTable) / sizeof(kBindingTable[0]) == 12, "twelve engine functions are bound");
+static_assert(sizeof(kXcdnBindingTable) / sizeof(kXcdnBindingTable[0]) == 12, "twelve engine functions are bound");
 
 constexpr int kEngineStartLastArgument = 0;
 constexpr int kBound = 1;
@@ -87,8 +87,8 @@ void MapEngineModule() {
 }  // namespace
 
 int XcdnInterfaceHelper::EnsureSymbolLoaded() {
-  constexpr size_t kRowCount = sizeof(kBindingTable) / sizeof(kBindingTable[0]);
-  return BindSymbols(platform::kXcdnModuleName, kBindingTable, kRowCount) ? kBound : kUnbound;
+  constexpr size_t kRowCount = sizeof(kXcdnBindingTable) / sizeof(kXcdnBindingTable[0]);
+  return BindSymbols(platform::kXcdnModuleName, kXcdnBindingTable, kRowCount) ? kBound : kUnbound;
 }
 
 uint32_t XcdnInterfaceHelper::dlXCdnEngineInit(const char* config) {

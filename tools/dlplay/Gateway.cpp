@@ -24,7 +24,6 @@ namespace {
 constexpr char kPlayPath[] = "/play";
 // "/play" or "/play/<name>": the name is for players that judge a URI by its extension, the query says what to fetch.
 constexpr char kPlayPattern[] = R"(/play(/[^/]*)?)";
-constexpr char kPlaylistHeader[] = "#EXTM3U";
 constexpr char kUtf8Bom[] = "\xEF\xBB\xBF";
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kTextType[] = "text/plain";
@@ -37,7 +36,7 @@ constexpr size_t kKeepAliveRequests = 100000;
 constexpr time_t kWriteTimeoutSeconds = 120;
 // A session nobody has used for this long (no stream open) is dropped with its tunnel.
 constexpr std::chrono::minutes kSessionIdle(2);
-constexpr auto kStopCheckInterval = std::chrono::milliseconds(100);
+constexpr auto kSignalCheckInterval = std::chrono::milliseconds(100);
 constexpr int kStatusBadRequest = 400;
 constexpr int kStatusRangeNotSatisfiable = 416;
 constexpr int kStatusBadGateway = 502;
@@ -54,7 +53,7 @@ int StatusForFailure(int64_t subCode) {
 bool IsPlaylistText(const std::vector<char>& head) {
   std::string text(head.begin(), head.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(head.size(), 16)));
   if (text.compare(0, sizeof(kUtf8Bom) - 1, kUtf8Bom) == 0) text.erase(0, sizeof(kUtf8Bom) - 1);
-  return text.compare(0, sizeof(kPlaylistHeader) - 1, kPlaylistHeader) == 0;
+  return text.compare(0, sizeof(kPlaylistHeaderTag) - 1, kPlaylistHeaderTag) == 0;
 }
 
 std::string ContentTypeFor(const std::string& url) {
@@ -284,7 +283,7 @@ int RunGateway(const Options& options, std::shared_ptr<protocols::IConfigure> co
   std::fflush(stderr);
   std::thread server([&gateway] { gateway.Serve(); });
   // A signal handler can only set a flag; the server is stopped from here.
-  while (!stop->load()) std::this_thread::sleep_for(kStopCheckInterval);
+  while (!stop->load()) std::this_thread::sleep_for(kSignalCheckInterval);
   gateway.Stop();
   server.join();
   if (options.useCache && !Player::FinishCacheWrites()) {

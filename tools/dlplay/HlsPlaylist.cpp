@@ -4,12 +4,12 @@
 #include <limits>
 #include <sstream>
 
+#include "TextTrim.h"
 #include "UrlResolver.h"
 
 namespace dlplay {
 namespace {
 
-constexpr char kHeaderTag[] = "#EXTM3U";
 constexpr char kStreamInfTag[] = "#EXT-X-STREAM-INF:";
 constexpr char kSegmentInfTag[] = "#EXTINF:";
 constexpr char kByteRangeTag[] = "#EXT-X-BYTERANGE:";
@@ -29,13 +29,6 @@ bool StartsWith(const std::string& text, const char* prefix, std::string* rest =
   if (text.compare(0, length, prefix) != 0) return false;
   if (rest != nullptr) *rest = text.substr(length);
   return true;
-}
-
-std::string Trim(const std::string& text) {
-  size_t first = text.find_first_not_of(" \t\r");
-  if (first == std::string::npos) return std::string();
-  size_t last = text.find_last_not_of(" \t\r");
-  return text.substr(first, last - first + 1);
 }
 
 // The value of NAME in an attribute list such as BANDWIDTH=800000,CODECS="a,b".
@@ -276,8 +269,8 @@ bool ParseHlsPlaylist(const std::string& text, const std::string& baseUrl, HlsPl
     if (!sawHeader) {
       if (line.empty()) continue;
       StartsWith(line, kUtf8ByteOrderMark, &line);
-      if (line != kHeaderTag) {
-        *error = "not a playlist: the first line is not " + std::string(kHeaderTag);
+      if (line != kPlaylistHeaderTag) {
+        *error = "not a playlist: the first line is not " + std::string(kPlaylistHeaderTag);
         return false;
       }
       sawHeader = true;

@@ -15,6 +15,9 @@
 
 namespace dlplay {
 
+// The first line of every playlist.
+inline constexpr char kPlaylistHeaderTag[] = "#EXTM3U";
+
 struct HlsVariant {
   std::string uri;  // absolute
   uint64_t bandwidth = 0;

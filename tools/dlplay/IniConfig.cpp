@@ -3,15 +3,10 @@
 #include <fstream>
 #include <sstream>
 
+#include "TextTrim.h"
+
 namespace dlplay {
 namespace {
-
-std::string Trim(const std::string& text) {
-  size_t first = text.find_first_not_of(" \t\r");
-  if (first == std::string::npos) return std::string();
-  size_t last = text.find_last_not_of(" \t\r");
-  return text.substr(first, last - first + 1);
-}
 
 bool IsComment(const std::string& line) { return line.empty() || line[0] == '#' || line[0] == ';'; }
 

@@ -1,17 +1,12 @@
 #include "NetworkOptions.h"
 
 #include "IniConfig.h"
+#include "TextTrim.h"
 
 namespace dlplay {
 namespace {
 
 constexpr char kTransportGroup[] = "http_downloader_kit";
-
-std::string Trim(const std::string& text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string::npos) return std::string();
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 // The library's header text separates fields with '&' and cannot carry one
 // inside a value; a line break would add a header of its own.

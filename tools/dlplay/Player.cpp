@@ -20,7 +20,6 @@ constexpr size_t kReadPacketSize = 64 * 1024;
 constexpr std::chrono::milliseconds kStateReportInterval(500);
 constexpr int64_t kPendingWritesTimeoutMs = 10000;
 constexpr int32_t kPlayerId = 1;
-constexpr char kPlaylistHeader[] = "#EXTM3U";
 constexpr char kTrue[] = "true";
 // A signal is noticed within this while waiting for the next reading of a live playlist.
 constexpr std::chrono::milliseconds kStopCheckInterval(100);
@@ -109,8 +108,8 @@ bool Player::ReadPlaylist(const std::string& url, HlsPlaylist* playlist, PlaySum
     }
     fetch.body.swap(plain);
   }
-  if (fetch.body.compare(0, sizeof(kPlaylistHeader) - 1, kPlaylistHeader) != 0 &&
-      fetch.body.find(kPlaylistHeader) == std::string::npos) {
+  if (fetch.body.compare(0, sizeof(kPlaylistHeaderTag) - 1, kPlaylistHeaderTag) != 0 &&
+      fetch.body.find(kPlaylistHeaderTag) == std::string::npos) {
     *error = url + " is not an HLS playlist";
     return false;
   }
