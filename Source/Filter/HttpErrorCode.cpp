@@ -41,6 +41,7 @@ int64_t HttpErrorCode::FromError(const wisp::http::Error& error) {
   }
   if (kind == kRangeKind) return FourCharSubCode('H', 'O', 'R', 'D');
   if (kind == kTimeoutKind) return kTimeout;
+  if (error.kind == ErrorKind::kResponseRefused) return kResponseRefused;
   return FourCharSubCode('H', '4', 'X', 'X');
 }
 

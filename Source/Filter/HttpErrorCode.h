@@ -23,6 +23,9 @@ class HttpErrorCode {
   // Not a failure of the network library: the executor refused to send a
   // request whose header text carries CR or LF.
   static constexpr int64_t kHeaderRefused = FourCharSubCode('H', 'H', 'D', 'R');
+  // The server's response was refused as beyond bounds (its head too large,
+  // its size beyond any file).
+  static constexpr int64_t kResponseRefused = FourCharSubCode('H', 'B', 'I', 'G');
 
   // 0 for no error.
   static int64_t FromError(const wisp::http::Error& error);

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "Platform/FileSystem.h"
+#include "Storage/CacheFileName.h"
 #include "Storage/DiskCacheCleaner.h"
 #include "Storage/Persistence/DiskAdapter.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
@@ -69,7 +70,8 @@ std::string CacheWriter::CacheFilePath(const URI& uri) {
   std::string root = GetCacheRoot();
   if (root.empty()) return std::string();
   std::string base = DiskFileNameUtil::getDLBasePath(root);
-  return DiskFileNameUtil::getCacheFilePath(DiskFileNameUtil::getVersionDir(base, kSegmentCacheVersion), uri.ID());
+  return DiskFileNameUtil::getCacheFilePath(DiskFileNameUtil::getVersionDir(base, kSegmentCacheVersion),
+                                            CacheFileName::FromId(uri.ID()));
 }
 
 std::shared_ptr<IDataStore> CacheWriter::AcquireDataStore(const ConfigPtr& config, const std::shared_ptr<URI>& uri) {

@@ -105,6 +105,7 @@ TEST_F(WispDownloadExecutorTest, FailuresSayWhyInWordsAndNameTheirKind) {
       {"http://dl-test-host.invalid/syn/x", "", "H4XX", "dns failure", "could not resolve host 'dl-test-host.invalid'"},
       {"http://127.0.0.1:1/syn/x", "", "H4XX", "connect failure", "connection refused"},
       {SyntheticUrl("injected", 1000), "Referer:r\r\nX-Injected:1", "HHDR", "invalid request", "CR or LF"},
+      {SyntheticUrl("vast", 2000000000000), "", "HBIG", "response refused", "beyond any file"},
   };
   for (const Row& row : rows) {
     uri_ = downloader::URIBuilder::New().SetUrl(row.url).SetHttpHeader(row.header).Build();

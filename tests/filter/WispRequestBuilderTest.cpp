@@ -7,6 +7,7 @@
 
 #include "Filter/WispRequestBuilder.h"
 #include "Filter/WispTotals.h"
+#include "support/LogCapture.h"
 #include "support/MapConfig.h"
 
 namespace downloader {
@@ -89,13 +90,21 @@ TEST_F(WispRequestBuilderTest, HeadersPassedInTheUriTextAreAdded) {
 }
 
 TEST_F(WispRequestBuilderTest, HeaderTextWithALineBreakRefusesTheRequest) {
+  dltest::LogCapture log;
   // Without the refusal the second line would become a header of its own.
   for (const char* text : {"Referer:r\r\nX-Injected:1", "Referer:r\nX-Injected:1", "X-A:1&Referer:r\r"}) {
     WispRequest request = Build("http://cdn/a.ts", {}, text);
     EXPECT_NE(request.refusal, "") << text;
     EXPECT_FALSE(request.options.GetHeaders().Has("X-Injected")) << text;
   }
+  EXPECT_TRUE(log.Contains("refused http header text with CR or LF"));
   EXPECT_EQ(Build("http://cdn/a.ts", {}, "Referer:r").refusal, "");
+
+  config_->Set("http_downloader_kit", "user_agent", "player/2\r\nX-Injected: 1");
+  WispRequest agent = Build("http://cdn/a.ts");
+  EXPECT_NE(agent.refusal, "");
+  EXPECT_FALSE(agent.options.GetHeaders().Has("X-Injected"));
+  EXPECT_TRUE(log.Contains("refused the user_agent setting with CR or LF"));
 }
 
 TEST_F(WispRequestBuilderTest, TransportSettingsReachTheRequest) {

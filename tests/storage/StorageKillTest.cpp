@@ -9,7 +9,7 @@
 // started afresh.
 //
 // DL_STORAGE_KILLS sets the number of kills (default 30); kill-soak.sh runs
-// hundreds.
+// a thousand. The test ends with a tally line of what it killed and checked.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -149,6 +149,9 @@ TEST(StorageKillTest, KilledWriterLeavesOnlyWholeChunksMarkedFilled) {
   std::mt19937_64 random(testSeed);
 
   int kills = 0;
+  int selfKills = 0;
+  int checks = 0;
+  int wholeFiles = 0;
   uint64_t filledSeen = 0;
   for (int round = 0; kills < KillsWanted() && round < 4 * KillsWanted(); ++round) {
     bool selfKill = round % 2 == 1;
@@ -159,7 +162,10 @@ TEST(StorageKillTest, KilledWriterLeavesOnlyWholeChunksMarkedFilled) {
     ASSERT_TRUE(victim.ReadLine(&line)) << "no output from " << DL_KILL_WRITER;
     ASSERT_EQ(line, "ready\n");
     if (selfKill) {
-      if (victim.WaitForSelfKill()) ++kills;
+      if (victim.WaitForSelfKill()) {
+        ++kills;
+        ++selfKills;
+      }
     } else {
       int linesBeforeKill = static_cast<int>(random() % (kMaxLinesBeforeKill + 1));
       bool finished = false;
@@ -170,9 +176,16 @@ TEST(StorageKillTest, KilledWriterLeavesOnlyWholeChunksMarkedFilled) {
 
     uint64_t filled = CheckFile(path);
     if (::testing::Test::HasFailure()) return;
+    ++checks;
     filledSeen += filled;
-    if (filled == chunks) std::remove(path.c_str());
+    if (filled == chunks) {
+      ++wholeFiles;
+      std::remove(path.c_str());
+    }
   }
+  std::printf("kill tally: kills=%d from_outside=%d at_a_write=%d files_checked=%d filled_chunks_checked=%llu "
+              "files_completed=%d\n",
+              kills, kills - selfKills, selfKills, checks, static_cast<unsigned long long>(filledSeen), wholeFiles);
   EXPECT_GE(kills, KillsWanted());
   EXPECT_GT(filledSeen, 0u) << "the victims never got a chunk onto the disk";
 }

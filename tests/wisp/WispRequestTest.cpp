@@ -157,6 +157,16 @@ const FailureCase kFailures[] = {
      ErrorKind::kConnectionLost, 0, nullptr, 5000, ""},
     {"TooManyRedirects", "/syn/f?redirects=6", nullptr, -1, -1, nullptr, 0, ErrorKind::kTooManyRedirects, 0, nullptr,
      0, ""},
+    {"HeadLinesWithoutEnd", "/syn/f?header_pad=400000", nullptr, -1, -1, nullptr, 0, ErrorKind::kResponseRefused, 0,
+     nullptr, 0, ""},
+// wine's WinHTTP drops a header line it will not hold and goes on; Windows
+// fails the request with ERROR_WINHTTP_HEADER_SIZE_OVERFLOW.
+#ifndef _WIN32
+    {"EndlessHeaderLine", "/syn/f?header_line=400000", nullptr, -1, -1, nullptr, 0, ErrorKind::kResponseRefused, 0,
+     nullptr, 0, ""},
+#endif
+    {"SizeBeyondAnyFile", "/syn/f?size=2000000000000", nullptr, -1, -1, nullptr, 0, ErrorKind::kResponseRefused, 200,
+     nullptr, 0, "beyond any file"},
     {"NotHttp", nullptr, "ftp://127.0.0.1/file", -1, -1, nullptr, 0, ErrorKind::kInvalidRequest, 0, nullptr, 0,
      "ftp://127.0.0.1/file"},
     {"UnknownHost", nullptr, "http://wisp-test.invalid/x", -1, -1, nullptr, 0, ErrorKind::kDnsFailure, 0, nullptr, 0,

@@ -24,6 +24,8 @@ FaultPlan FaultPlan::FromRequest(const httplib::Request& request) {
   plan.rangeShift = QueryInt(request, "range_shift", 0);
   plan.redirects = static_cast<int>(QueryInt(request, "redirects", 0));
   plan.chunked = QueryInt(request, "chunked", 0) != 0;
+  plan.headerPad = QueryInt(request, "header_pad", 0);
+  plan.headerLine = QueryInt(request, "header_line", 0);
   plan.tag = request.get_param_value("tag");
   return plan;
 }

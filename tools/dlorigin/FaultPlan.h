@@ -11,6 +11,8 @@
 //   range_shift=N   announce a Content-Range starting N bytes after the one asked
 //   redirects=N     answer 302 to the same URL with redirects=N-1, N times
 //   chunked=1       send the body chunked, without Content-Length
+//   header_pad=N    add about N bytes of header lines of 1 KiB each
+//   header_line=N   add one header line N bytes long
 //   tag=TEXT        count the request and its bytes under TEXT (/stats?tag=TEXT)
 #ifndef TOOLS_DLORIGIN_FAULTPLAN_H_
 #define TOOLS_DLORIGIN_FAULTPLAN_H_
@@ -37,6 +39,8 @@ struct FaultPlan {
   int64_t rangeShift = 0;
   int redirects = 0;
   bool chunked = false;
+  int64_t headerPad = 0;
+  int64_t headerLine = 0;
   std::string tag;
 };
 

@@ -167,6 +167,11 @@ void Origin::ServeStats(const httplib::Request& request, httplib::Response& resp
 
 bool Origin::ApplyHeaderFaults(const httplib::Request& request, httplib::Response& response,
                                const FaultPlan& plan) {
+  constexpr int64_t kPadLineBytes = 1024;
+  for (int64_t i = 0; i * kPadLineBytes < plan.headerPad; ++i) {
+    response.set_header("X-Pad-" + std::to_string(i), std::string(kPadLineBytes, 'p'));
+  }
+  if (plan.headerLine > 0) response.set_header("X-Long", std::string(static_cast<size_t>(plan.headerLine), 'l'));
   if (plan.delayMs > 0 && !SleepUntil(Clock::now() + std::chrono::milliseconds(plan.delayMs))) {
     response.status = 503;
     return true;

@@ -17,6 +17,7 @@ const char* ErrorKindName(ErrorKind kind) {
     case ErrorKind::kTimeout: return "timeout";
     case ErrorKind::kCancelled: return "cancelled";
     case ErrorKind::kInternal: return "internal";
+    case ErrorKind::kResponseRefused: return "response refused";
   }
   return "unknown";
 }

@@ -12,6 +12,9 @@ namespace {
 using http::ErrorKind;
 
 constexpr int32_t kPartialContent = 206;
+// No media resource comes near it; a size above it is a lie or an attack, and
+// a client sizing anything by it would be at the server's mercy.
+constexpr int64_t kLargestResourceBytes = int64_t{1} << 40;
 
 bool IsSuccess(int32_t status) { return status >= 200 && status < 300; }
 
@@ -28,6 +31,20 @@ int64_t ContentLengthOf(const http::Headers& headers) {
   int64_t length = 0;
   const std::string text = headers.Get("Content-Length");
   return ParseDecimal(Trim(text), &length) ? length : http::Response::kUnknownSize;
+}
+
+// Digits that do not fit in 64 bits count as beyond any file too.
+bool ContentLengthBeyondAnyFile(const http::Headers& headers) {
+  const std::string value = headers.Get("Content-Length");
+  std::string_view text = Trim(value);
+  if (text.empty() || text.find_first_not_of("0123456789") != std::string_view::npos) return false;
+  int64_t length = 0;
+  return !ParseDecimal(text, &length) || length > kLargestResourceBytes;
+}
+
+http::Error SizeRefused(int32_t status, const std::string& what) {
+  return Failure(ErrorKind::kResponseRefused, status, "",
+                 what + " beyond any file (above " + std::to_string(kLargestResourceBytes) + " bytes)");
 }
 
 // A 200 is acceptable for a range only when the range asked for the whole
@@ -90,6 +107,10 @@ ResponseVerdict CheckResponse(const RequestPlan& spec, int32_t status, http::Hea
     verdict.error.detail = headers.Get(kErrorCodeHeader);
     return verdict;
   }
+  if (ContentLengthBeyondAnyFile(headers)) {
+    verdict.error = SizeRefused(status, "Content-Length " + headers.Get("Content-Length"));
+    return verdict;
+  }
   http::Response::Fields fields;
   fields.status = status;
   fields.contentLength = ContentLengthOf(headers);
@@ -105,6 +126,10 @@ ResponseVerdict CheckResponse(const RequestPlan& spec, int32_t status, http::Hea
       verdict.error = Failure(ErrorKind::kRangeNotHonoured, status, "",
                               "asked for offset " + std::to_string(expectedStart) +
                                   ", got Content-Range " + headers.Get("Content-Range"));
+      return verdict;
+    }
+    if (contentRange.total > kLargestResourceBytes || contentRange.last >= kLargestResourceBytes) {
+      verdict.error = SizeRefused(status, "Content-Range " + headers.Get("Content-Range"));
       return verdict;
     }
     fields.rangeStart = contentRange.first;

@@ -2,6 +2,7 @@
 
 #include "ErrorText.h"
 #include "ResponseCheck.h"
+#include "ResponseHead.h"
 #include "TextUtil.h"
 #include "curl/CurlTransport.h"
 
@@ -220,6 +221,7 @@ bool CurlCall::SetUpHandle() {
 void CurlCall::StartAttempt() {
   status_ = 0;
   headers_ = http::Headers();
+  headBytes_ = 0;
   headersDone_ = false;
   curlPaused_ = false;
   pendingError_ = http::Error();
@@ -287,6 +289,13 @@ void CurlCall::OnTransferDone(CURLcode result) {
     FinishCancelled();
   } else if (pendingError_.IsError()) {
     Fail(pendingError_);
+  } else if (result == CURLE_OUT_OF_MEMORY && !headersDone_) {
+    // libcurl keeps no header line above CURL_MAX_HTTP_HEADER and reports
+    // one as out of memory: a refused head, which another attempt would meet
+    // again.
+    http::Error refused = ResponseHeadTooLarge(headBytes_);
+    refused.message = "response header line above " + std::to_string(CURL_MAX_HTTP_HEADER) + " bytes";
+    Fail(refused);
   } else if (result != CURLE_OK) {
     long osErrno = 0;
     curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osErrno);
@@ -355,6 +364,11 @@ curl_socket_t CurlCall::OpenSocketThunk(void* self, curlsocktype purpose, curl_s
 size_t CurlCall::OnHeaderLine(const char* data, size_t length) {
   // Trailers and anything after the final response's headers are not ours.
   if (headersDone_) return length;
+  headBytes_ += length;
+  if (headBytes_ > kMaxResponseHeadBytes) {
+    pendingError_ = ResponseHeadTooLarge(headBytes_);
+    return 0;  // aborts the transfer
+  }
   std::string_view line(data, length);
   int32_t status = 0;
   if (ParseStatusLine(line, &status)) {

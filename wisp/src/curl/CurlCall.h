@@ -77,6 +77,8 @@ class CurlCall : public CallBase {
   // The response being received by the current attempt.
   int32_t status_ = 0;
   http::Headers headers_;
+  // Head bytes of this attempt, redirects and interim responses included.
+  size_t headBytes_ = 0;
   bool headersDone_ = false;
   http::Error pendingError_;
   char errorText_[CURL_ERROR_SIZE] = {};

@@ -1,7 +1,9 @@
 #include "winhttp/WinHttpCall.h"
 
 #include "ErrorText.h"
+#include "RedirectLocation.h"
 #include "ResponseCheck.h"
+#include "ResponseHead.h"
 #include "winhttp/WinHttpTransport.h"
 
 #include <algorithm>
@@ -62,6 +64,9 @@ ErrorKind KindOf(DWORD code) {
       return ErrorKind::kTooManyRedirects;
     case ERROR_WINHTTP_TIMEOUT:
       return ErrorKind::kTimeout;
+    // WinHTTP's own bound on a response head (64 KiB unless set otherwise).
+    case ERROR_WINHTTP_HEADER_SIZE_OVERFLOW:
+      return ErrorKind::kResponseRefused;
     case ERROR_WINHTTP_CONNECTION_ERROR:
     case ERROR_WINHTTP_INVALID_SERVER_RESPONSE:
     case ERROR_WINHTTP_RESEND_REQUEST:
@@ -128,20 +133,6 @@ std::wstring QueryText(HINTERNET request, DWORD what) {
   }
   text.resize(bytes / sizeof(wchar_t));
   return text;
-}
-
-// The URL that a redirect's Location names, seen from `base`. WinHTTP passes
-// the Location as the server sent it, which may be relative.
-std::string ResolveLocation(const std::string& base, const std::string& location) {
-  if (location.find("://") != std::string::npos) return location;
-  const size_t authorityStart = base.find("://") + 3;
-  if (location.compare(0, 2, "//") == 0) return base.substr(0, authorityStart - 2) + location;
-  const size_t pathStart = std::min(base.find_first_of("/?", authorityStart), base.size());
-  if (!location.empty() && location.front() == '/') return base.substr(0, pathStart) + location;
-  const size_t query = std::min(base.find('?', pathStart), base.size());
-  const size_t lastSlash = base.rfind('/', query);
-  const size_t directoryEnd = lastSlash == std::string::npos || lastSlash < pathStart ? pathStart : lastSlash;
-  return base.substr(0, directoryEnd) + "/" + location;
 }
 
 // "[::1]" names the host ::1 to WinHTTP.
@@ -378,14 +369,13 @@ void WinHttpCall::OnHeadersAvailable() {
   DWORD size = sizeof(status);
   WinHttpQueryHeaders(request_, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
                       WINHTTP_HEADER_NAME_BY_INDEX, &status, &size, WINHTTP_NO_HEADER_INDEX);
-  http::Headers headers;
-  const std::string raw = Narrow(QueryText(request_, WINHTTP_QUERY_RAW_HEADERS_CRLF));
-  size_t lineStart = raw.find("\r\n");  // past the status line
-  while (lineStart != std::string::npos && lineStart + 2 < raw.size()) {
-    size_t lineEnd = raw.find("\r\n", lineStart + 2);
-    ParseHeaderLine(std::string_view(raw).substr(lineStart + 2, lineEnd - lineStart - 2), &headers);
-    lineStart = lineEnd;
+  ResponseHead head;
+  http::Error refused;
+  if (!ParseResponseHead(Narrow(QueryText(request_, WINHTTP_QUERY_RAW_HEADERS_CRLF)), &head, &refused)) {
+    Fail(refused);
+    return;
   }
+  http::Headers headers = std::move(head.headers);
   const int32_t statusCode = static_cast<int32_t>(status);
   if (statusCode >= kRedirectClassBegin && statusCode < kRedirectClassEnd && headers.Has("Location")) {
     // WinHTTP follows redirects itself; one it hands back is one too many.

@@ -41,6 +41,10 @@ enum class ErrorKind : int32_t {
   kCancelled = 10,
   // Anything else the transport reports (protocol violation, out of memory).
   kInternal = 11,
+  // The response is beyond what a client keeps: a head above 256 KiB, or a
+  // size (Content-Length, Content-Range) beyond any file. Not retried: the
+  // same server would answer the same.
+  kResponseRefused = 12,
 };
 
 // Short lower-case name of a kind: "none", "http status", "timeout", ...
