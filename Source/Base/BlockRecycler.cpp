@@ -3,16 +3,15 @@
 #include <algorithm>
 #include <new>
 
+#include "Utils/context/LibraryContext.h"
+
 namespace downloader {
 
 constexpr uint64_t BlockRecycler::kSmallestKept;
 constexpr uint64_t BlockRecycler::kLargestKept;
 constexpr uint64_t BlockRecycler::kMaxKeptBytes;
 
-BlockRecycler& BlockRecycler::Instance() {
-  static BlockRecycler* const recycler = new BlockRecycler();
-  return *recycler;
-}
+BlockRecycler& BlockRecycler::Instance() { return LibraryContext::Current().Get<BlockRecycler>(); }
 
 BlockRecycler::~BlockRecycler() {
   for (const auto& sizeAndBlock : kept_) delete[] sizeAndBlock.second;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -15,7 +16,7 @@ struct ByteChannel::Node {
   size_t end = 0;    // the next byte to write
 };
 
-ByteChannel::ByteChannel(FlowSignal flow) : flow_(std::move(flow)) {}
+ByteChannel::ByteChannel(FlowSignal flow) : flow_(std::move(flow)), clock_(LibraryContext::Current().clock()) {}
 
 ByteChannel::~ByteChannel() = default;
 
@@ -34,7 +35,7 @@ bool ByteChannel::Write(const void* data, size_t length) {
       if (ended_) break;
       written += WritePieceLocked(bytes + written, length - written);
       if (waiter_ != nullptr && waiter_->filled > 0 && !waiter_->woken) {
-        wake = waiter_->filled == waiter_->capacity || Clock::now() - waiter_->since >= kCoalesceStep;
+        wake = waiter_->filled == waiter_->capacity || clock_.Now() - waiter_->since >= kCoalesceStep;
         waiter_->woken = wake;
       }
       if (!paused_ && queued_ > kPauseAboveBytes) {
@@ -86,7 +87,7 @@ bool ByteChannel::WaitWhilePaused() {
 
 // --- Reader ----------------------------------------------------------------
 
-ByteChannel::ReadOutcome ByteChannel::Read(void* out, size_t capacity, Clock::time_point deadline) {
+ByteChannel::ReadOutcome ByteChannel::Read(void* out, size_t capacity, Clock::TimePoint deadline) {
   uint8_t* bytes = static_cast<uint8_t*>(out);
   ReadOutcome outcome;
   {
@@ -135,24 +136,24 @@ size_t ByteChannel::ReadPieceLocked(uint8_t* out, size_t length) {
 }
 
 ByteChannel::ReadOutcome ByteChannel::WaitForBytesLocked(std::unique_lock<std::mutex>& lock, uint8_t* out,
-                                                         size_t capacity, Clock::time_point deadline) {
+                                                         size_t capacity, Clock::TimePoint deadline) {
   ReadOutcome outcome;
   if (ended_) {
     outcome.status = ReadStatus::kEnded;
     outcome.end = endStatus_;
     return outcome;
   }
-  Clock::time_point now = Clock::now();
+  Clock::TimePoint now = clock_.Now();
   if (capacity == 0 || now >= deadline) return outcome;
   Waiter waiter;
   waiter.out = out;
   waiter.capacity = capacity;
   waiter.since = now;
   waiter_ = &waiter;
-  Clock::time_point stepEnd = std::min(deadline, now + kCoalesceStep);
+  Clock::TimePoint stepEnd = std::min(deadline, now + kCoalesceStep);
   for (;;) {
-    readable_.wait_until(lock, stepEnd, [&] { return closed_ || ended_ || waiter.woken; });
-    now = Clock::now();
+    clock_.WaitUntil(readable_, lock, stepEnd, [&] { return closed_ || ended_ || waiter.woken; });
+    now = clock_.Now();
     if (closed_ || ended_ || waiter.filled > 0 || now >= deadline) break;
     stepEnd = std::min(deadline, now + kWaitStep);
   }

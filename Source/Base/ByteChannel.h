@@ -50,11 +50,12 @@
 
 #include <downloader/Base/DLResultCode.h>
 
+#include "Utils/clock/Clock.h"
+
 namespace downloader {
 
 class ByteChannel {
  public:
-  using Clock = std::chrono::steady_clock;
   // `pause` true: hold back; false: go on. `queuedBytes`: queued when decided.
   using FlowSignal = std::function<void(bool pause, uint64_t queuedBytes)>;
 
@@ -73,6 +74,7 @@ class ByteChannel {
     DLResultCode end;
   };
 
+  // Deadlines are read on the current library context's clock.
   explicit ByteChannel(FlowSignal flow = FlowSignal());
   ~ByteChannel();
   ByteChannel(const ByteChannel&) = delete;
@@ -87,7 +89,7 @@ class ByteChannel {
   // once the channel is closed.
   bool WaitWhilePaused();
 
-  ReadOutcome Read(void* out, size_t capacity, Clock::time_point deadline);
+  ReadOutcome Read(void* out, size_t capacity, Clock::TimePoint deadline);
 
   void Close();
 
@@ -105,7 +107,7 @@ class ByteChannel {
     uint8_t* out = nullptr;
     size_t capacity = 0;
     size_t filled = 0;
-    Clock::time_point since;
+    Clock::TimePoint since;
     bool woken = false;
   };
 
@@ -116,12 +118,13 @@ class ByteChannel {
   size_t ReadQueued(uint8_t* out, size_t capacity);
   // Nothing is queued: waits as the reader's Waiter.
   ReadOutcome WaitForBytesLocked(std::unique_lock<std::mutex>& lock, uint8_t* out, size_t capacity,
-                                 Clock::time_point deadline);
+                                 Clock::TimePoint deadline);
   // Tells the producer the channel's current mind, if it changed since the
   // last signal.
   void SignalFlow();
 
   const FlowSignal flow_;
+  Clock& clock_;
 
   mutable std::mutex mutex_;
   std::condition_variable readable_;

@@ -5,13 +5,14 @@
 
 #include <wisp/http/WispClient.h>
 
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace {
 
 std::vector<std::string> NetworkLookup(const std::string& host) {
-  return wisp::http::WispClient::Default()->DnsLookup(host);
+  return LibraryContext::Current().httpClient()->DnsLookup(host);
 }
 
 std::atomic<HostResolver> g_resolver{&NetworkLookup};

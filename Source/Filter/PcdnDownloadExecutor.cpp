@@ -13,12 +13,11 @@
 
 #include "Base/ByteChannel.h"
 #include "Stream/PcdnReadEvent.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr int kEngineMode = 0;
 constexpr int64_t kToTheEnd = -1;
@@ -136,16 +135,17 @@ DLResultCode PcdnDownloadExecutor::StartRead(int64_t offset, bool freshChannel) 
 }
 
 DLResultCode PcdnDownloadExecutor::WaitFirstEvent() {
-  const auto deadline = Clock::now() + std::chrono::milliseconds(readTimeoutMs_);
+  Clock& clock = LibraryContext::Current().clock();
+  const Clock::TimePoint deadline = clock.Now() + std::chrono::milliseconds(readTimeoutMs_);
   std::unique_lock<std::mutex> lock(mutex_);
   while (!firstEvent_ && !closed_) {
-    const auto now = Clock::now();
+    const Clock::TimePoint now = clock.Now();
     if (now >= deadline) {
       timedOut_ = true;
       DL_LOGW << "pcdn open timed out after " << readTimeoutMs_ << " ms, id:" << downloadId_;
       return DLResultCode(kDLFailure, kTimeoutSubCode);
     }
-    cv_.wait_for(lock, std::min<Clock::duration>(ByteChannel::kWaitStep, deadline - now));
+    clock.WaitUntil(cv_, lock, std::min<Clock::TimePoint>(deadline, now + ByteChannel::kWaitStep));
   }
   if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
   // A read that failed before its first byte is a failed open (or seek).
@@ -272,7 +272,8 @@ DLReadResult PcdnDownloadExecutor::Read(Packet& packet) {
     channel = channel_;
   }
   const ByteChannel::ReadOutcome outcome = channel->Read(
-      packet.GetBuffer(), static_cast<size_t>(packet.GetSize()), Clock::now() + std::chrono::milliseconds(readTimeoutMs_));
+      packet.GetBuffer(), static_cast<size_t>(packet.GetSize()),
+      LibraryContext::Current().clock().Now() + std::chrono::milliseconds(readTimeoutMs_));
   ResumeIfDue();
   switch (outcome.status) {
     case ByteChannel::ReadStatus::kBytes:

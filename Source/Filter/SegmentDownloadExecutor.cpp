@@ -8,6 +8,7 @@
 #include <downloader/Storage/CacheWriter.h>
 
 #include "Base/ByteChannel.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -88,12 +89,13 @@ void SegmentDownloadExecutor::Wait(int64_t waitMs) {
   if (waitMs > 0) {
     DL_LOGD << tag_ << "start wait:" << waitMs;
   }
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+  Clock& clock = LibraryContext::Current().clock();
+  const Clock::TimePoint deadline = clock.Now() + std::chrono::milliseconds(waitMs);
   std::unique_lock<std::mutex> lock(mutex_);
   auto settled = [this] { return fileSize_ > 0 || errorSeen_ || closed_; };
-  while (!settled() && std::chrono::steady_clock::now() < deadline) {
-    if (!changed_.wait_until(lock, std::min(deadline, std::chrono::steady_clock::now() + ByteChannel::kWaitStep),
-                             settled)) {
+  while (!settled() && clock.Now() < deadline) {
+    if (!clock.WaitUntil(changed_, lock, std::min<Clock::TimePoint>(deadline, clock.Now() + ByteChannel::kWaitStep),
+                         settled)) {
       DL_LOGD << tag_ << "wait once finish,false";
     }
   }
@@ -130,7 +132,7 @@ void SegmentDownloadExecutor::StopReading() {
 
 DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
   DLReadResult result;
-  const auto deadline = ByteChannel::Clock::now() + std::chrono::milliseconds(readWaitMs_);
+  const Clock::TimePoint deadline = LibraryContext::Current().clock().Now() + std::chrono::milliseconds(readWaitMs_);
   std::shared_ptr<ByteChannel> channel;
   {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -18,6 +18,7 @@
 #include "Filter/WispRequestBuilder.h"
 #include "Filter/WispTotals.h"
 #include "Filter/WispTrackInfo.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -41,6 +42,9 @@ std::string JoinAddresses(const std::vector<std::string>& addresses) {
   }
   return joined;
 }
+
+// Deadlines and the request's timings follow the library context's clock.
+Clock::TimePoint ContextNow() { return LibraryContext::Current().clock().Now(); }
 
 }  // namespace
 
@@ -152,7 +156,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
   }
   WispRequest request = WispRequestBuilder(config_, uri_, logTag_).Build(seekOffset, playerBufferMs);
   std::shared_ptr<wisp::http::IRequestCall> call =
-      wisp::http::WispClient::Default()->CreateRequestCaller(wisp::http::RequestType::kGet, request.options);
+      LibraryContext::Current().httpClient()->CreateRequestCaller(wisp::http::RequestType::kGet, request.options);
   std::weak_ptr<wisp::http::IRequestCall> flowCall = call;
   auto channel = std::make_shared<ByteChannel>(
       [this, flowCall](bool pause, uint64_t queuedBytes) { ApplyFlow(flowCall, pause, queuedBytes); });
@@ -172,7 +176,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
     requestStart_ = request.rangeStart;
     offset_ = request.rangeStart;
     receivedBytes_ = 0;
-    requestStartTime_ = Clock::now();
+    requestStartTime_ = ContextNow();
     responseTime_ = Clock::time_point();
     lastByteTime_ = Clock::time_point();
     ready_ = false;
@@ -273,7 +277,7 @@ DLReadResult WispDownloadExecutor::Read(Packet& packet) {
     DL_LOGW << logTag_ << "error! cur_queue is null";
     return result;
   }
-  const Clock::time_point deadline = fastRead_ ? Clock::now() : Clock::now() + std::chrono::milliseconds(readTimeoutMs_);
+  const Clock::time_point deadline = fastRead_ ? ContextNow() : ContextNow() + std::chrono::milliseconds(readTimeoutMs_);
   const ByteChannel::ReadOutcome outcome =
       channel->Read(packet.GetBuffer(), static_cast<size_t>(packet.GetSize()), deadline);
   switch (outcome.status) {
@@ -430,7 +434,7 @@ void WispDownloadExecutor::OnResponse(wisp::http::IRequestCall* call, std::share
     std::lock_guard<std::mutex> lock(mutex_);
     if (!IsCurrent(call)) return;
     response_ = response;
-    responseTime_ = Clock::now();
+    responseTime_ = ContextNow();
     everResponded_ = true;
     ready_ = true;
     if (response->FileSize() > 0) totalSize_ = response->FileSize();
@@ -452,7 +456,7 @@ void WispDownloadExecutor::OnBytes(wisp::http::IRequestCall* call, const uint8_t
     receivedBytes_ += length;
     totalReceived_ += length;
     offset_ += static_cast<int64_t>(length);
-    lastByteTime_ = Clock::now();
+    lastByteTime_ = ContextNow();
     if (hash_ != nullptr) hash_->Update(data, length);
   }
   channel->Write(data, length);
@@ -535,7 +539,7 @@ void WispDownloadExecutor::RefreshRecord() {
   const int64_t downloadTimeMs =
       metrics.timing.totalUs != wisp::http::TimingInfo::kNotReached
           ? MicrosToMillis(metrics.timing.totalUs)
-          : std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - requestStartTime_).count();
+          : std::chrono::duration_cast<std::chrono::milliseconds>(ContextNow() - requestStartTime_).count();
   record["downloadTime"] = std::to_string(downloadTimeMs);
   record["extChannelVol"] = "0";
   record["speedUp"] = speedUp_ ? "1" : "0";

@@ -16,6 +16,7 @@
 
 #include "Base/RequestKind.h"
 #include "Impls/DownloadLevels.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -62,6 +63,9 @@ std::string ResultText(const DLResultCode& result) {
   if (!tag.empty()) text += "(" + tag + ")";
   return text;
 }
+
+// Time-outs and waits follow the library context's clock.
+Clock::TimePoint ContextNow() { return LibraryContext::Current().clock().Now(); }
 
 }  // namespace
 
@@ -141,7 +145,7 @@ DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
     asyncResult_ = result;
     return DLResultCode(kDLSuccess, 0);
   }
-  asyncStartedAt_ = Clock::now();
+  asyncStartedAt_ = ContextNow();
   opener_ = std::thread([this] { RunAsyncOpen(); });
   return DLResultCode(kDLSuccess, 0);
 }
@@ -162,15 +166,16 @@ DLResultCode RetryableStream::IsOpenReady() {
   int32_t checkMs = ReadConfigInt(config_, kDownloaderConfigGroup, "async_open_check_duration", kDefaultAsyncCheckMs);
   bool done = false;
   {
+    Clock& clock = LibraryContext::Current().clock();
     std::unique_lock<std::mutex> lock(mutex_);
-    done = asyncDoneChanged_.wait_for(lock, std::chrono::milliseconds(std::max(checkMs, 1)),
-                                      [this] { return asyncDone_; });
+    done = clock.WaitUntil(asyncDoneChanged_, lock, clock.Now() + std::chrono::milliseconds(std::max(checkMs, 1)),
+                           [this] { return asyncDone_; });
   }
   if (!done) {
     int64_t timeoutMs =
         ReadConfigInt64(config_, kDownloaderConfigGroup, "async_open_timeout", kDefaultAsyncOpenTimeoutMs);
     int64_t elapsedMs =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - asyncStartedAt_).count();
+        std::chrono::duration_cast<std::chrono::milliseconds>(ContextNow() - asyncStartedAt_).count();
     if (elapsedMs < timeoutMs) return DLResultCode(kDLOpenPending, 0);
     DL_LOGW << "isopenready,timeout:" << elapsedMs;
     CancelOpening();
@@ -383,7 +388,7 @@ void RetryableStream::InstallExecutor(std::shared_ptr<IDownloadExecutor> executo
   controller_->SetInletSource(std::dynamic_pointer_cast<Source>(executor_));
   controller_->OnLevelChanged();
   calculator_->Reset();
-  lastProgressAt_ = Clock::now();
+  lastProgressAt_ = ContextNow();
   MaybeStartSegmentWriter();
 }
 
@@ -427,9 +432,9 @@ DLReadResult RetryableStream::Read(void* buffer, uint64_t size) {
 DLReadResult RetryableStream::InternalRead(void* buffer, uint64_t size) {
   Packet packet(size);
   packet.SetBuffer(buffer);
-  Clock::time_point startedAt = Clock::now();
+  Clock::TimePoint startedAt = ContextNow();
   DLReadResult result = executor_->Read(packet);
-  Clock::time_point endedAt = Clock::now();
+  Clock::TimePoint endedAt = ContextNow();
   int64_t waitedUs = std::chrono::duration_cast<std::chrono::microseconds>(endedAt - startedAt).count();
   calculator_->SetBuffer(controller_->BufferedDurationMs());
   calculator_->OnRead(result.bytes, ClampToInt32(waitedUs), static_cast<uint64_t>(offset_));
@@ -455,7 +460,7 @@ RetryableStream::ReadTrigger RetryableStream::JudgeRead(DLReadResult* result) {
     return ReadTrigger::kFailed;
   }
   if (result->bytes == 0) {
-    int64_t idleMs = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lastProgressAt_).count();
+    int64_t idleMs = std::chrono::duration_cast<std::chrono::milliseconds>(ContextNow() - lastProgressAt_).count();
     if (idleMs >= readTimeoutMs_) {
       timedOut_ = true;
       DL_LOGW << "] read timed out, level:" << level_ << ", idle ms:" << idleMs << ", offset:" << offset_;
@@ -539,7 +544,7 @@ DLResultCode RetryableStream::Seek(int64_t offset) {
   DLResultCode result = executor_->Seek(offset);
   if (result.IsSuccess()) {
     offset_ = offset;
-    lastProgressAt_ = Clock::now();
+    lastProgressAt_ = ContextNow();
     controller_->OnLevelChanged();
     calculator_->Reset();
   }

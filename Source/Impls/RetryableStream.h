@@ -53,6 +53,7 @@
 
 #include "Base/StreamStats.h"
 #include "Strategy/FlowRateController.h"
+#include "Utils/clock/Clock.h"
 
 namespace downloader {
 
@@ -104,8 +105,6 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   uint32_t LevelMask() const { return mask_; }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   // What one visit of the filters at a level came to.
   struct LevelAttempt {
     bool responded = false;
@@ -183,7 +182,7 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
 
   // Player thread (the opener thread while it runs).
   std::thread opener_;
-  Clock::time_point asyncStartedAt_;
+  Clock::TimePoint asyncStartedAt_;
   bool opened_ = false;
   bool closed_ = false;
   std::string url_;
@@ -196,7 +195,7 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   int64_t fileSize_ = 0;
   int64_t offset_ = 0;
   int64_t readTimeoutMs_ = 0;
-  Clock::time_point lastProgressAt_;
+  Clock::TimePoint lastProgressAt_;
   bool timedOut_ = false;
   std::unique_ptr<DrainCalculator> calculator_;
   bool segmentWritingWanted_ = false;

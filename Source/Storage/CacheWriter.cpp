@@ -16,6 +16,7 @@
 #include "Storage/SegmentFileV1.h"
 #include "Storage/SegmentFileWriter.h"
 #include "Storage/SegmentFileWriterDispatch.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -134,9 +135,10 @@ void CacheWriter::CompleteSegmentWriter(std::shared_ptr<SegmentFileWriter> write
 
 bool CacheWriter::WaitForPendingWrites(int64_t timeoutMs) {
   CacheRoot& shared = SharedRoot();
+  Clock& clock = LibraryContext::Current().clock();
   std::unique_lock<std::mutex> lock(shared.mutex);
-  return shared.writesDone.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                    [&shared] { return shared.pendingCompletions == 0; });
+  return clock.WaitUntil(shared.writesDone, lock, clock.Now() + std::chrono::milliseconds(timeoutMs),
+                         [&shared] { return shared.pendingCompletions == 0; });
 }
 
 }  // namespace storage

@@ -26,12 +26,9 @@ constexpr char kProbeUrl[] = "http://cache.folder/probe.ts";
 
 }  // namespace
 
-DiskCacheCleaner& DiskCacheCleaner::GetInstance() {
-  static DiskCacheCleaner cleaner;
-  return cleaner;
-}
+DiskCacheCleaner& DiskCacheCleaner::GetInstance() { return LibraryContext::Current().Get<DiskCacheCleaner>(); }
 
-DiskCacheCleaner::DiskCacheCleaner() : looper_("disk_cleaner") {}
+DiskCacheCleaner::DiskCacheCleaner(LibraryContext& context) : looper_("disk_cleaner", context.clock()) {}
 
 DiskCacheCleaner::~DiskCacheCleaner() { looper_.Stop(); }
 

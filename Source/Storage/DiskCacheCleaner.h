@@ -20,6 +20,7 @@
 #include <downloader/Pipe/ConfigReader.h>
 
 #include "Platform/FileSystem.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/looper/MessageLooper.h"
 
 namespace downloader {
@@ -31,9 +32,11 @@ class DiskCacheCleaner {
  public:
   static constexpr int64_t kDefaultCleanDurationMs = 60000;
 
+  // The current library context's.
   static DiskCacheCleaner& GetInstance();
 
-  DiskCacheCleaner();
+  // Passes fall due on the context's clock.
+  explicit DiskCacheCleaner(LibraryContext& context);
   ~DiskCacheCleaner();
   DiskCacheCleaner(const DiskCacheCleaner&) = delete;
   DiskCacheCleaner& operator=(const DiskCacheCleaner&) = delete;

@@ -15,14 +15,15 @@ constexpr size_t kRetainedBufferBytes = 16 * 1024 * 1024;
 }  // namespace
 
 SegmentFileWriterDispatch& SegmentFileWriterDispatch::GetInstance() {
-  // Never destroyed; see the header.
-  static SegmentFileWriterDispatch* const dispatch = new SegmentFileWriterDispatch();
-  return *dispatch;
+  return LibraryContext::Current().Get<SegmentFileWriterDispatch>();
 }
 
-SegmentFileWriterDispatch::SegmentFileWriterDispatch() : buffers_(kRetainedBufferBytes), looper_("storage") {
+SegmentFileWriterDispatch::SegmentFileWriterDispatch(LibraryContext& context)
+    : buffers_(kRetainedBufferBytes), looper_("storage", context.clock()) {
   looper_.Start();
 }
+
+SegmentFileWriterDispatch::~SegmentFileWriterDispatch() { looper_.Stop(); }
 
 void SegmentFileWriterDispatch::store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
                                       const uint8_t* data, uint64_t len) {

@@ -9,8 +9,9 @@
 // written. The writer is held by the posted job until the job has run.
 //
 // Thread rules: any thread. The storage thread is started on first use and
-// lives until the process ends (it is never joined: a DLL must not join
-// threads while it is being unloaded).
+// lives as long as the library context that owns the dispatch: the process's
+// own lives until the process ends (its thread is never joined: a DLL must not
+// join threads while it is being unloaded); a test's context joins it.
 //
 // Edge cases: a store of 0 bytes posts nothing; `done` of `complete` runs on
 // the storage thread after the writer's complete, and not at all if the
@@ -23,6 +24,7 @@
 #include <memory>
 
 #include "Storage/StoreBufferPool.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/looper/MessageLooper.h"
 
 namespace downloader {
@@ -32,8 +34,13 @@ class SegmentFileWriter;
 
 class SegmentFileWriterDispatch {
  public:
+  // The current library context's.
   static SegmentFileWriterDispatch& GetInstance();
 
+  // Its jobs' delays fall due on the context's clock.
+  explicit SegmentFileWriterDispatch(LibraryContext& context);
+  // Drops the jobs not run yet and joins the storage thread.
+  ~SegmentFileWriterDispatch();
   SegmentFileWriterDispatch(const SegmentFileWriterDispatch&) = delete;
   SegmentFileWriterDispatch& operator=(const SegmentFileWriterDispatch&) = delete;
 
@@ -42,9 +49,6 @@ class SegmentFileWriterDispatch {
   void complete(const std::shared_ptr<SegmentFileWriter>& writer, std::function<void()> done = nullptr);
 
  private:
-  SegmentFileWriterDispatch();
-  ~SegmentFileWriterDispatch() = delete;
-
   static void handle_store(const std::shared_ptr<SegmentFileWriter>& writer, uint64_t goff,
                            const std::shared_ptr<const uint8_t>& bytes, uint64_t len);
   static void handle_complete(const std::shared_ptr<SegmentFileWriter>& writer, const std::function<void()>& done);

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -35,7 +36,7 @@ BufferDrainCalculator::BufferDrainCalculator(int32_t ringSize, int32_t threshold
 BufferDrainCalculator::~BufferDrainCalculator() = default;
 
 void BufferDrainCalculator::OnRead(uint64_t sample, int32_t /*value*/, uint64_t /*extra*/) {
-  RecordSample(sample, Clock::now());
+  RecordSample(sample, LibraryContext::Current().clock().Now());
 }
 
 void BufferDrainCalculator::RecordSample(uint64_t sample, Clock::time_point at) {

@@ -1,10 +1,11 @@
 #include "Strategy/ExtraChannelStrategy.h"
 
+#include "Utils/context/LibraryContext.h"
+
 namespace downloader {
 
 ExtraChannelStrategy& ExtraChannelStrategy::GetInstance() {
-  static ExtraChannelStrategy* strategy = new ExtraChannelStrategy();
-  return *strategy;
+  return LibraryContext::Current().Get<ExtraChannelStrategy>();
 }
 
 void ExtraChannelStrategy::UpdateConfig(const std::shared_ptr<protocols::IConfigure>& config) {

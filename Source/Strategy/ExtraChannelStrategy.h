@@ -17,7 +17,10 @@ namespace downloader {
 
 class ExtraChannelStrategy {
  public:
+  // The current library context's.
   static ExtraChannelStrategy& GetInstance();
+
+  ExtraChannelStrategy() = default;
 
   void UpdateConfig(const std::shared_ptr<protocols::IConfigure>& config);
   void SetUserSetting(const std::string& setting);
@@ -28,8 +31,6 @@ class ExtraChannelStrategy {
   std::string Info();
 
  private:
-  ExtraChannelStrategy() = default;
-
   std::mutex mutex_;
   // Guarded by mutex_.
   std::shared_ptr<protocols::IConfigure> config_;

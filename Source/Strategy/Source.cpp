@@ -1,16 +1,13 @@
 #include <downloader/Strategy/Source.h>
 
-#include <chrono>
 #include <utility>
 
 #include "Base/StreamStats.h"
+#include "Utils/context/LibraryContext.h"
 
 namespace downloader {
 
-int64_t Source::SteadyClockUs() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
+int64_t Source::SteadyClockUs() { return LibraryContext::Current().clock().NowMicros(); }
 
 Source::Source(NowFunction now) : now_(now ? std::move(now) : NowFunction(&SteadyClockUs)) {}
 

@@ -18,7 +18,7 @@ using Status = ByteChannel::ReadStatus;
 uint8_t ByteAt(uint64_t offset) { return static_cast<uint8_t>((offset * 131 + 7) & 0xFF); }
 
 // Far enough that only bytes, the end or Close can end a read.
-ByteChannel::Clock::time_point NoDeadline() { return ByteChannel::Clock::now() + std::chrono::hours(1); }
+Clock::TimePoint NoDeadline() { return Clock::Real().Now() + std::chrono::hours(1); }
 
 // A producer that holds back when asked and a reader with another packet
 // size: every byte arrives once, in order, then the end; the memory held

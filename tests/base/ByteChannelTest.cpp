@@ -24,7 +24,7 @@ std::vector<uint8_t> Bytes(uint64_t offset, size_t length) {
 
 // Nothing waits: a deadline that has passed.
 ByteChannel::ReadOutcome ReadNow(ByteChannel& channel, std::vector<uint8_t>* packet) {
-  return channel.Read(packet->data(), packet->size(), ByteChannel::Clock::now());
+  return channel.Read(packet->data(), packet->size(), Clock::Real().Now());
 }
 
 TEST(ByteChannelTest, BytesCrossNodesInOrderAndEachDrainedNodeIsFreedAtOnce) {
@@ -91,7 +91,7 @@ TEST(ByteChannelTest, AnEmptyReadAnswersAtItsDeadline) {
   ByteChannel channel;
   std::vector<uint8_t> packet(64);
   EXPECT_EQ(ReadNow(channel, &packet).status, Status::kTimedOut);
-  const auto soon = ByteChannel::Clock::now() + std::chrono::milliseconds(3);
+  const auto soon = Clock::Real().Now() + std::chrono::milliseconds(3);
   ByteChannel::ReadOutcome outcome = channel.Read(packet.data(), packet.size(), soon);
   EXPECT_EQ(outcome.status, Status::kTimedOut);
   EXPECT_EQ(outcome.bytes, 0u);

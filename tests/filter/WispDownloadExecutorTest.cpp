@@ -16,6 +16,7 @@
 #include "ExecutorReading.h"
 #include "Filter/WispTotals.h"
 #include "WispOriginTest.h"
+#include "support/FakeClock.h"
 #include "support/LogCapture.h"
 
 namespace dltest {
@@ -162,6 +163,7 @@ TEST_F(WispDownloadExecutorTest, RequestedRangeEndsTheData) {
 }
 
 TEST_F(WispDownloadExecutorTest, StalledOriginEndsTheReadAtTheReadTimeout) {
+  FakeLibraryContext fake;
   LogCapture log;
   config_->Set("read_timeout", "300");
   DLResultCode opened;
@@ -170,6 +172,8 @@ TEST_F(WispDownloadExecutorTest, StalledOriginEndsTheReadAtTheReadTimeout) {
   std::vector<uint8_t> data;
   ASSERT_EQ(ReadBytes(executor.get(), 1000, 4096, &data).code, kDLSuccess);
   EXPECT_EQ(executor->GetInfo("is_timeout"), "0");
+  // Every byte before the stall is read: only the time-out ends the next read.
+  fake.clock().AdvanceWhileWaited();
   DLReadResult stalled = ReadOnce(executor.get(), 4096);
   EXPECT_EQ(stalled.code, kDLFailure);
   EXPECT_EQ(SubCodeTag(stalled.subCode), "GDTO");

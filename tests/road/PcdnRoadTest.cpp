@@ -26,6 +26,7 @@
 #include "SyntheticContent.h"
 #include "engines/EngineFixture.h"
 #include "filter/ExecutorContract.h"
+#include "support/FakeClock.h"
 #include "support/MapConfig.h"
 #include "support/TempDir.h"
 #include "support/WaitFor.h"
@@ -160,6 +161,7 @@ TEST_F(PcdnExecutorTest, EngineFailuresBecomeFourCharacterCodes) {
 }
 
 TEST_F(PcdnExecutorTest, AStalledEngineTimesTheReadOutAndCloseEndsTheDownload) {
+  dltest::FakeLibraryContext fake;
   WriteSynthetic(dir_.path(), "/stall.ts", 200000);
   Pcdn::dlPCDNSetByKV("fake-stall-after", "50000");
   auto config = std::make_shared<dltest::MapConfig>();
@@ -168,6 +170,9 @@ TEST_F(PcdnExecutorTest, AStalledEngineTimesTheReadOutAndCloseEndsTheDownload) {
   config->Set("read_timeout", "2000");
   auto executor = std::make_shared<PcdnDownloadExecutor>(config, nullptr);
   ASSERT_EQ(executor->Open(URI::From(std::string(kEngineHost) + "/stall.ts", {})).code, kDLSuccess);
+  // The engine has handed over all it will: only the time-out ends the reads.
+  ASSERT_TRUE(dltest::WaitFor([] { return std::atoll(EngineAnswer("fake-stalled").c_str()) > 0; }));
+  fake.clock().AdvanceWhileWaited();
   std::vector<uint8_t> data;
   DLReadResult last = dltest::ReadToEnd(executor.get(), 65536, &data);
   EXPECT_EQ(data.size(), 50000u);
@@ -201,11 +206,13 @@ TEST_F(PcdnExecutorTest, AResourceLargerThanTheQueueBoundArrivesWhole) {
 HeartbeatInfo BeatFor(int32_t pid) { return {{"pid", std::to_string(pid)}, {"buffer", "1200"}}; }
 
 TEST_F(PcdnExecutorTest, HeartbeatsReachTheEngineWhileOpen) {
+  dltest::FakeLibraryContext fake;
   HeartPacemaker::SetHeartbeatCallback(&BeatFor);
   WriteSynthetic(dir_.path(), "/beat.ts", 1000);
   auto executor = std::make_shared<PcdnDownloadExecutor>(nullptr, nullptr);
   const int64_t before = EngineCalls("PCDNSetByKV");
   ASSERT_EQ(executor->Open(URI::From(std::string(kEngineHost) + "/beat.ts", {{"player_id", "7"}})).code, kDLSuccess);
+  fake.clock().AdvanceWhileWaited();
   EXPECT_TRUE(dltest::WaitFor([&] { return EngineCalls("PCDNSetByKV") > before; },
                               std::chrono::milliseconds(3 * PcdnDownloadExecutor::kDefaultHeartbeatMs)));
   executor->Close();

@@ -67,7 +67,7 @@ TEST(MessageLooperTest, ImmediateTasksRunInPostOrderBeforeLaterDelayedOnes) {
   ASSERT_TRUE(looper.Start());
   Journal journal;
   Gate gate;
-  const auto posted = MessageLooper::Clock::now();
+  const auto posted = std::chrono::steady_clock::now();
   std::atomic<int64_t> lastWaitedMs{0};
   looper.Post([&] { gate.Wait(); });
   // Posted first but due last: Stop drops it. The delays below are posted
@@ -77,7 +77,7 @@ TEST(MessageLooperTest, ImmediateTasksRunInPostOrderBeforeLaterDelayedOnes) {
   looper.PostDelayed([&] { journal.Add(50); }, milliseconds(10));
   looper.PostDelayed(
       [&] {
-        lastWaitedMs = std::chrono::duration_cast<milliseconds>(MessageLooper::Clock::now() - posted).count();
+        lastWaitedMs = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - posted).count();
         journal.Add(100);
         looper.Post([&] { journal.Add(101); });
       },

@@ -4,6 +4,7 @@
 
 #include "Storage/Persistence/DLException.h"
 #include "Storage/Persistence/DiskAdapter.h"
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -15,10 +16,7 @@ constexpr char kNotInitialized[] = "dlexception,diskadapterprovider,not initiali
 
 }  // namespace
 
-DiskAdapterProvider& DiskAdapterProvider::GetInstance() {
-  static DiskAdapterProvider provider;
-  return provider;
-}
+DiskAdapterProvider& DiskAdapterProvider::GetInstance() { return LibraryContext::Current().Get<DiskAdapterProvider>(); }
 
 DiskAdapterProvider::DiskAdapterProvider() : sweepAtSize_(kMinSweepSize) {}
 DiskAdapterProvider::~DiskAdapterProvider() = default;

@@ -2,12 +2,15 @@
 
 #include <utility>
 
+#include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 
-MessageLooper::MessageLooper(std::string name)
-    : name_(std::move(name)), core_(std::make_shared<Core>()) {}
+MessageLooper::MessageLooper(std::string name) : MessageLooper(std::move(name), LibraryContext::Current().clock()) {}
+
+MessageLooper::MessageLooper(std::string name, Clock& clock)
+    : name_(std::move(name)), core_(std::make_shared<Core>(clock)) {}
 
 MessageLooper::~MessageLooper() {
   Stop();
@@ -25,13 +28,13 @@ bool MessageLooper::Start() {
   return true;
 }
 
-bool MessageLooper::Post(Task task) { return Enqueue(std::move(task), Clock::now()); }
+bool MessageLooper::Post(Task task) { return Enqueue(std::move(task), core_->clock.Now()); }
 
 bool MessageLooper::PostDelayed(Task task, std::chrono::milliseconds delay) {
-  return Enqueue(std::move(task), Clock::now() + delay);
+  return Enqueue(std::move(task), core_->clock.Now() + delay);
 }
 
-bool MessageLooper::Enqueue(Task task, Clock::time_point due) {
+bool MessageLooper::Enqueue(Task task, Clock::TimePoint due) {
   {
     std::lock_guard<std::mutex> lock(core_->mutex);
     if (core_->state != State::kRunning) return false;
@@ -67,9 +70,9 @@ bool MessageLooper::Core::TakeNextDueTask(Task* task) {
       wakeUp.wait(lock);
       continue;
     }
-    Clock::time_point due = pending.top().due;
-    if (due > Clock::now()) {
-      wakeUp.wait_until(lock, due);
+    Clock::TimePoint due = pending.top().due;
+    if (due > clock.Now()) {
+      clock.WaitUntil(wakeUp, lock, due);
       continue;
     }
     // priority_queue::top is const; the task is moved out just before pop.

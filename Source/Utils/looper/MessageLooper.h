@@ -24,14 +24,17 @@
 #include <thread>
 #include <vector>
 
+#include "Utils/clock/Clock.h"
+
 namespace downloader {
 
 class MessageLooper {
  public:
   using Task = std::function<void()>;
-  using Clock = std::chrono::steady_clock;
-
+  // Delayed tasks fall due on `clock` (by default the current library
+  // context's), which must outlive the looper's thread.
   explicit MessageLooper(std::string name);
+  MessageLooper(std::string name, Clock& clock);
   ~MessageLooper();
 
   MessageLooper(const MessageLooper&) = delete;
@@ -52,7 +55,7 @@ class MessageLooper {
 
  private:
   struct PendingTask {
-    Clock::time_point due;
+    Clock::TimePoint due;
     uint64_t sequence;
     Task task;
   };
@@ -66,6 +69,9 @@ class MessageLooper {
   enum class State { kIdle, kRunning, kStopped };
 
   struct Core {
+    explicit Core(Clock& clock) : clock(clock) {}
+
+    Clock& clock;
     std::mutex mutex;
     // Guarded by mutex.
     std::condition_variable wakeUp;
@@ -79,7 +85,7 @@ class MessageLooper {
   };
 
   static void Run(std::shared_ptr<Core> core, std::string name);
-  bool Enqueue(Task task, Clock::time_point due);
+  bool Enqueue(Task task, Clock::TimePoint due);
 
   // Constant after construction.
   const std::string name_;

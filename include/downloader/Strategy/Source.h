@@ -36,8 +36,8 @@ class DOWNLOADER_EXPORT Source {
  public:
   // Microseconds on a monotonic clock.
   using NowFunction = std::function<int64_t()>;
-  // The steady clock in those units: what `now` defaults to here and in the
-  // flow-rate controller.
+  // The library context's monotonic clock in those units: what `now`
+  // defaults to here and in the flow-rate controller.
   static int64_t SteadyClockUs();
 
   // What arrived since construction: both only grow.
@@ -46,7 +46,7 @@ class DOWNLOADER_EXPORT Source {
     int64_t receivingUs = 0;
   };
 
-  // `now` defaults to the steady clock.
+  // `now` defaults to SteadyClockUs.
   explicit Source(NowFunction now = NowFunction());
   virtual ~Source();
   Source(const Source&) = delete;
