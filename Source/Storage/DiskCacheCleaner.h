@@ -29,8 +29,6 @@ class DiskAdapterProvider;
 
 class DiskCacheCleaner {
  public:
-  static constexpr int64_t kDefaultCleanDurationMs = 60000;
-
   static DiskCacheCleaner& GetInstance();
 
   DiskCacheCleaner();
