@@ -5,6 +5,7 @@
 
 #include <downloader/Storage/CacheWriter.h>
 
+#include "Base/Settings.h"
 #include "Filter/CacheDownloadFilter.h"
 #include "Utils/log/LogMessage.h"
 
@@ -26,8 +27,8 @@ DLResultCode CacheDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
   }
   int64_t downloadedSize = store_->GetDownloadedSize();
   int64_t totalSize = store_->GetTotalSize();
-  int64_t rangeStart = ReadParamInt64(request->GetParams(), "range_start", 0);
-  if (ReadConfigBool(config_, kDownloaderConfigGroup, "enable_cache_filter_range_start", false) && rangeStart > 0) {
+  int64_t rangeStart = RequestParams::Read(request->GetParams()).rangeStart;
+  if (DownloaderSettings::Read(config_).enableCacheFilterRangeStart && rangeStart > 0) {
     if (rangeStart <= downloadedSize || rangeStart >= totalSize) {
       store_->Seek(std::min(rangeStart, totalSize));
       DL_LOGD << "cache open range start:" << rangeStart << ",downloaded_size:" << downloadedSize

@@ -4,6 +4,7 @@
 
 #include <downloader/Storage/CacheWriter.h>
 
+#include "Base/Settings.h"
 #include "Filter/CacheDownloadExecutor.h"
 #include "Storage/SegmentCachePolicy.h"
 #include "Utils/log/LogMessage.h"
@@ -37,7 +38,7 @@ DLResultCode CacheDownloadFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
     return refusal;
   }
   std::shared_ptr<storage::IDataStore> store;
-  if (ReadConfigBool(config_, kDownloaderConfigGroup, "enable_preload", false)) {
+  if (DownloaderSettings::Read(config_).enablePreload) {
     store = storage::CacheWriter::AcquireDataStore(config_, uri);
     DL_LOGD << "memory data store:" << (store ? "not nullptr" : "nullptr");
   }

@@ -5,6 +5,7 @@
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
 #include "Base/RequestKind.h"
+#include "Base/Settings.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -30,10 +31,11 @@ DLResultCode IPcdnDownloadFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
 
 int64_t IPcdnDownloadFilter::RefusalOf(const URI& uri) const {
   if (!PcdnInterfaceHelper::EnsureSymbolLoaded()) return kNoEngineSubCode;
-  if (!ReadConfigBool(config_, kDownloaderInfoGroup, "canUseP2P", true)) return kP2pNotAllowedSubCode;
+  const DownloaderSettings settings = DownloaderSettings::Read(config_);
+  if (!settings.canUseP2p) return kP2pNotAllowedSubCode;
   if (RequestKind::Of(uri.GetStringRep()).localFile) return kLocalUrlSubCode;
-  if (ReadParamBool(uri.GetParams(), "force_cdn", false)) return kForceCdnSubCode;
-  if (uri.ResolveUrlType() == kDLUrlM3u8 && !ReadConfigBool(config_, kDownloaderConfigGroup, "enable_m3u8_mp", false)) {
+  if (RequestParams::Read(uri.GetParams()).forceCdn) return kForceCdnSubCode;
+  if (uri.ResolveUrlType() == kDLUrlM3u8 && !settings.enableM3u8Mp) {
     return kPlaylistSubCode;
   }
   return 0;

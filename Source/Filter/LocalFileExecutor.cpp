@@ -6,6 +6,7 @@
 #include <downloader/Filter/LocalFileFilter.h>
 #include <downloader/Pipe/ConfigReader.h>
 
+#include "Base/Settings.h"
 #include "Platform/FileSystem.h"
 #include "Utils/log/LogMessage.h"
 
@@ -48,7 +49,7 @@ DLResultCode LocalFileExecutor::Open(const std::shared_ptr<URI>& uri) {
   file_ = std::move(file);
   opened_ = true;
   fileSize_ = static_cast<int64_t>(size);
-  readPosition_ = std::max<int64_t>(0, ReadParamInt64(uri->GetParams(), "range_start", 0));
+  readPosition_ = std::max<int64_t>(0, RequestParams::Read(uri->GetParams()).rangeStart);
   DL_LOGI << "file open with size:" << fileSize_;
   if (fileSize_ == 0) return DLResultCode(kDLFailure, kEmptyFileSubCode);
   return DLResultCode(kDLSuccess, 0);

@@ -12,6 +12,7 @@
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 
 #include "Base/ByteChannel.h"
+#include "Base/Settings.h"
 #include "Stream/PcdnReadEvent.h"
 #include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
@@ -70,9 +71,10 @@ DLResultCode PcdnDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
     if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
   }
   url_ = uri->GetStringRep();
-  readTimeoutMs_ = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
-  const StreamParams& params = uri->GetParams();
-  const int64_t offset = std::max<int64_t>(0, ReadParamInt64(params, "range_start", 0));
+  const DownloaderSettings settings = DownloaderSettings::Read(config_);
+  const RequestParams request = RequestParams::Read(uri->GetParams());
+  readTimeoutMs_ = settings.readTimeoutMs;
+  const int64_t offset = std::max<int64_t>(0, request.rangeStart);
   const int64_t id = PcdnInterfaceHelper::dlPCDNOpen(url_.c_str(), kEngineMode, "");
   if (id <= 0) {
     DL_LOGW << "pcdn open failed, url:" << url_ << ", id:" << id;
@@ -85,8 +87,8 @@ DLResultCode PcdnDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
     std::lock_guard<std::mutex> lock(mutex_);
     downloadId_ = id;
   }
-  if (ReadConfigBool(config_, kDownloaderConfigGroup, "pcdn_heartbeat", true)) {
-    StartHeartbeat(ReadParamInt(params, "player_id", -1), id);
+  if (settings.pcdnHeartbeat) {
+    StartHeartbeat(request.playerId, id);
   }
   DL_LOGI << "pcdn open, id:" << id << ", offset:" << offset << ", url:" << url_;
   DLResultCode started = StartRead(offset, true);

@@ -14,14 +14,12 @@
 namespace downloader {
 namespace {
 
-constexpr int64_t kDefaultReadTimeoutMs = 5000;
-
 // How long a read waits for bytes: "segment_control_timeout" when set, else
 // "read_timeout". Read once, at construction: a read is on the player's hot
 // path and the configuration does not change under a running request.
-int64_t ReadWaitMs(const ConfigPtr& config) {
-  int64_t waitMs = ReadConfigInt(config, kDownloaderConfigGroup, "segment_control_timeout", 0);
-  return waitMs > 0 ? waitMs : ReadConfigInt64(config, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
+int64_t ReadWaitMs(const DownloaderSettings& settings) {
+  int64_t waitMs = settings.segmentControlTimeoutMs;
+  return waitMs > 0 ? waitMs : settings.readTimeoutMs;
 }
 
 int64_t NextJobId() {
@@ -33,8 +31,9 @@ int64_t NextJobId() {
 
 SegmentDownloadExecutor::SegmentDownloadExecutor(ConfigPtr config, std::shared_ptr<URI> uri)
     : config_(std::move(config)),
+      settings_(DownloaderSettings::Read(config_)),
       uri_(std::move(uri)),
-      readWaitMs_(ReadWaitMs(config_)),
+      readWaitMs_(ReadWaitMs(settings_)),
       jobId_(NextJobId()),
       tag_("[diskcache][jobid" + std::to_string(jobId_) + "_SegmentDownloadExecutor]"),
       channel_(std::make_shared<ByteChannel>()) {}
@@ -48,9 +47,9 @@ DLResultCode SegmentDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
   const std::shared_ptr<URI>& request = uri ? uri : uri_;
   fileName_ = request ? storage::CacheWriter::CacheFilePath(*request) : std::string();
   DL_LOGD << tag_ << "open,file:" << fileName_ << ",is_async:" << 0;
-  int64_t openTimeoutMs = ReadConfigInt(config_, kDownloaderConfigGroup, "segment_open_timeout", 0);
-  int64_t rangeStart = request ? ReadParamInt64(request->GetParams(), "range_start", 0) : 0;
-  bool honourRange = ReadConfigBool(config_, kDownloaderConfigGroup, "enable_cache_filter_range_start", false);
+  int64_t openTimeoutMs = settings_.segmentOpenTimeoutMs;
+  int64_t rangeStart = request ? RequestParams::Read(request->GetParams()).rangeStart : 0;
+  bool honourRange = settings_.enableCacheFilterRangeStart;
   int64_t startOffset = honourRange && rangeStart >= 1 ? rangeStart : 0;
   if (fileName_.empty()) {
     OnSegmentError(storage::SegmentReadSide::kNotStoredSubCode);

@@ -34,6 +34,7 @@
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Pipe/ConfigReader.h>
 
+#include "Base/Settings.h"
 #include "Storage/SegmentReadSide.h"
 
 namespace downloader {
@@ -73,6 +74,7 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
 
   // Constant after construction.
   const ConfigPtr config_;
+  const DownloaderSettings settings_;
   const std::shared_ptr<URI> uri_;
   const int64_t readWaitMs_;
   const int64_t jobId_;

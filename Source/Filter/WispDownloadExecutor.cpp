@@ -11,6 +11,7 @@
 
 #include "Base/ByteChannel.h"
 #include "Base/RequestKind.h"
+#include "Base/Settings.h"
 #include "Base/Sha256.h"
 #include "Filter/HttpErrorCode.h"
 #include "Filter/WispLastReports.h"
@@ -29,6 +30,12 @@ constexpr char kInterruptedText[] = "WispDownloadFilter,interrupted";
 constexpr char kReportCategory[] = "downloader";
 // Hash checking is on for a request when a draw in [0, kHashDrawMax] is below "hash_check_sample".
 constexpr int kHashDrawMax = 100;
+// The channel type statistics give a request that names none.
+constexpr char kNoChannelType[] = "0";
+
+std::shared_ptr<const RequestParams> ReadRequest(const std::shared_ptr<URI>& uri) {
+  return std::make_shared<const RequestParams>(uri ? RequestParams::Read(uri->GetParams()) : RequestParams());
+}
 
 int64_t MicrosToMillis(int64_t micros) {
   return micros == wisp::http::TimingInfo::kNotReached ? -1 : micros / 1000;
@@ -50,7 +57,7 @@ Clock::TimePoint ContextNow() { return LibraryContext::Current().clock().Now(); 
 
 WispDownloadExecutor::WispDownloadExecutor(std::shared_ptr<protocols::IConfigure> config,
                                            std::shared_ptr<protocols::IReporter> reporter, std::shared_ptr<URI> uri)
-    : config_(std::move(config)), reporter_(std::move(reporter)), uri_(std::move(uri)) {}
+    : config_(std::move(config)), reporter_(std::move(reporter)), uri_(std::move(uri)), request_(ReadRequest(uri_)) {}
 
 WispDownloadExecutor::~WispDownloadExecutor() = default;
 
@@ -69,17 +76,17 @@ DLResultCode WispDownloadExecutor::OpenAsync(const std::shared_ptr<URI>& uri) {
 DLResultCode WispDownloadExecutor::StartOpen(const std::shared_ptr<URI>& uri, bool preloadAllowed) {
   if (uri == nullptr) return DLResultCode(kDLFailure, kNoDetail);
   EndCurrentRequest();
-  ReadSettings(uri);
-  const std::string preload = preloadAllowed ? TakePreloadBuffer() : std::string();
+  const DownloaderSettings settings = ReadSettings(uri);
+  const std::string preload = preloadAllowed ? TakePreloadBuffer(settings) : std::string();
   if (preload.empty()) return StartRequest(WispRequestBuilder::kNoSeek);
-  const int64_t start = ReadParamInt64(uri->GetParams(), "range_start", 0);
-  return StartRequest(start + static_cast<int64_t>(preload.size()), preload);
+  return StartRequest(request_->rangeStart + static_cast<int64_t>(preload.size()), preload);
 }
 
-std::string WispDownloadExecutor::TakePreloadBuffer() {
-  if (!WispPreloadBuffer::Wanted(config_, *uri_)) return std::string();
-  const int64_t start = ReadParamInt64(uri_->GetParams(), "range_start", 0);
-  std::string preload = WispPreloadBuffer::Take(config_, uri_, start);
+std::string WispDownloadExecutor::TakePreloadBuffer(const DownloaderSettings& settings) {
+  if (!WispPreloadBuffer::Wanted(settings, *request_)) return std::string();
+  const int64_t start = request_->rangeStart;
+  std::string preload =
+      WispPreloadBuffer::Take(config_, uri_, start, request_->rangeEnd, settings.cacheBufferLimitBytes);
   DL_LOGI << logTag_ << "] preloadBuffer:" << preload.size() << " start:" << start;
   if (!preload.empty()) {
     DL_LOGI << logTag_ << "] enable cache buffer, the network continues at offset:"
@@ -101,20 +108,21 @@ DLResultCode WispDownloadExecutor::WaitOpenResult() {
   return result;
 }
 
-void WispDownloadExecutor::ReadSettings(const std::shared_ptr<URI>& uri) {
+DownloaderSettings WispDownloadExecutor::ReadSettings(const std::shared_ptr<URI>& uri) {
   uri_ = uri;
-  const StreamParams& params = uri->GetParams();
-  playerId_ = ReadParamInt(params, "player_id", -1);
-  index_ = ReadParamInt(params, "slice_index", 0);
+  request_ = ReadRequest(uri);
+  const DownloaderSettings settings = DownloaderSettings::Read(config_);
+  playerId_ = request_->playerId;
+  index_ = request_->sliceIndex;
   logTag_ = "wispdownload_index:" + std::to_string(index_ + 1) + "[playerid:" + std::to_string(playerId_) + "]";
-  readTimeoutMs_ = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
-  fastRead_ = ReadConfigInt(config_, kDownloaderConfigGroup, "fast_read_duration", 0) > 0;
-  reportLast_ = ReadConfigBool(config_, kHttpDownloaderKitGroup, "report_last", true);
-  enableFill_ = ReadConfigBool(config_, kHttpDownloaderKitGroup, "enable_fill", true);
-  preload_ = ReadParamBool(params, "preload", false);
-  openBufferMs_ = ReadParamInt64(params, "buffer_duration", -1);
+  readTimeoutMs_ = settings.readTimeoutMs;
+  fastRead_ = settings.fastReadDurationMs > 0;
+  reportLast_ = settings.reportLast;
+  enableFill_ = settings.enableFill;
+  preload_ = request_->preload;
+  openBufferMs_ = request_->bufferDurationMs;
 
-  const int32_t sample = ReadConfigInt(config_, kDownloaderConfigGroup, "hash_check_sample", 0);
+  const int32_t sample = settings.hashCheckSample;
   std::random_device device;
   std::mt19937 generator(device());
   const int draw = std::uniform_int_distribution<int>(0, kHashDrawMax)(generator);
@@ -128,12 +136,13 @@ void WispDownloadExecutor::ReadSettings(const std::shared_ptr<URI>& uri) {
 
   std::lock_guard<std::mutex> lock(mutex_);
   if (playerBufferMs_ < 0) playerBufferMs_ = openBufferMs_;
+  return settings;
 }
 
 void WispDownloadExecutor::ReadTrackInfo() {
   track_.clear();
-  if (!uri_->ContainsParamKey("track_info")) return;
-  const std::string& text = uri_->GetParams().at("track_info");
+  if (!request_->trackInfo) return;
+  const std::string& text = *request_->trackInfo;
   std::string reason;
   if (WispTrackInfo::Parse(text, &track_, &reason)) {
     DL_LOGD << logTag_ << "track_info:" << WispTrackInfo::ToText(track_);
@@ -421,7 +430,7 @@ void WispDownloadExecutor::SetPlayerBufferDuration(int64_t milliseconds) {
 
 void WispDownloadExecutor::GetExtraChannelInfo(std::map<std::string, std::string>* info) {
   DL_LOGI << logTag_ << "Enter downloader, Get ExtraChannel INFO";
-  (*info)["channelType"] = ReadParamString(uri_->GetParams(), "channelType", "0");
+  (*info)["channelType"] = request_->channelType.value_or(kNoChannelType);
   (*info)["extChannelVol"] = "0";
   DL_LOGI << logTag_ << "Get ExtraChannel INFO:channelType=" << (*info)["channelType"]
           << ",extChannelVol=" << (*info)["extChannelVol"];
@@ -507,7 +516,7 @@ void WispDownloadExecutor::EndChannel(const std::shared_ptr<ByteChannel>& channe
 void WispDownloadExecutor::OnStatusPhase(wisp::http::IRequestCall* call, wisp::http::StatusPhase phase,
                                          int64_t value) {
   DL_LOGD << logTag_ << " OnStatusPhase " << static_cast<int32_t>(phase) << " value:" << value
-          << " request_id:" << call->RequestId() << " trace:" << ReadParamString(uri_->GetParams(), "traceUrl", "");
+          << " request_id:" << call->RequestId() << " trace:" << request_->traceUrl;
 }
 
 // --- Statistics ------------------------------------------------------------
@@ -566,7 +575,7 @@ std::string WispDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "downloaded_size") return std::to_string(totalReceived_);
   if (key == "is_loaded_from_cache") return "6";
   if (key == "executor_name") return "wisp_download_filter";
-  if (key == "channel_type") return ReadParamString(uri_->GetParams(), "channelType", "0");
+  if (key == "channel_type") return request_->channelType.value_or(kNoChannelType);
   if (key == "is_timeout") return timedOut_ ? "1" : "0";
   if (key == "error_message") return FailureReasonLocked();
   if (key == "error_kind") return FailureKindLocked();
@@ -603,17 +612,16 @@ std::string WispDownloadExecutor::FailureKindLocked() const {
 std::string WispDownloadExecutor::PlayerEventText() {
   if (!enableFill_) return std::string();
   RefreshRecord();
-  const StreamParams& params = uri_->GetParams();
   std::string text = "@BizType>wisp";
   auto add = [&text](const char* name, const std::string& value) { text += std::string("^") + name + ">" + value; };
   std::lock_guard<std::mutex> lock(mutex_);
-  if (uri_->ContainsParamKey("job_type")) add("job_type", params.at("job_type"));
+  if (request_->jobType) add("job_type", *request_->jobType);
   add("open_buffer", std::to_string(openBufferMs_));
-  if (uri_->ContainsParamKey("channelType")) add("channelType", params.at("channelType"));
+  if (request_->channelType) add("channelType", *request_->channelType);
   auto volume = record_.find("extChannelVol");
   add("extChannelVol", volume != record_.end() ? volume->second : "0");
   add("cur_buffer", std::to_string(playerBufferMs_));
-  add("bitRate", std::to_string(ReadParamInt64(params, "bit_rate", 0)));
+  add("bitRate", std::to_string(request_->bitRate));
   return text;
 }
 

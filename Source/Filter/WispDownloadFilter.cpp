@@ -4,6 +4,7 @@
 #include <downloader/Pipe/ConfigReader.h>
 
 #include "Base/RequestKind.h"
+#include "Base/Settings.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -23,7 +24,7 @@ DLResultCode WispDownloadFilter::ShouldRespond(const std::shared_ptr<URI>& uri,
   if (uri == nullptr || RequestKind::Of(uri->GetStringRep()).localFile) {
     return DLResultCode(kDLFailure, kRefusedSubCode);
   }
-  const int32_t cacheType = ReadParamInt(uri->GetParams(), "cache_type", -1);
+  const int32_t cacheType = RequestParams::Read(uri->GetParams()).cacheType;
   DL_LOGD << "cache_type:" << cacheType;
   if (cacheType == kCacheOnlyType) return DLResultCode(kDLFailure, kRefusedSubCode);
   return DLResultCode(kDLSuccess, 0);

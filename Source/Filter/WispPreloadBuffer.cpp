@@ -6,18 +6,16 @@
 
 namespace downloader {
 
-bool WispPreloadBuffer::Wanted(const ConfigPtr& config, const URI& uri) {
-  return ReadConfigBool(config, kDownloaderConfigGroup, "enable_cache_buffer", false) &&
-         ReadParamBool(uri.GetParams(), "preload_buffer", false);
+bool WispPreloadBuffer::Wanted(const DownloaderSettings& settings, const RequestParams& request) {
+  return settings.enableCacheBuffer && request.preloadBuffer;
 }
 
-std::string WispPreloadBuffer::Take(const ConfigPtr& config, const std::shared_ptr<URI>& uri, int64_t start) {
+std::string WispPreloadBuffer::Take(const ConfigPtr& config, const std::shared_ptr<URI>& uri, int64_t start,
+                                    int64_t rangeEnd, int64_t limit) {
   std::shared_ptr<storage::IDataStore> store = storage::CacheWriter::AcquireDataStore(config, uri);
   if (store == nullptr || !store->IsReadable() || start < 0) return std::string();
   const int64_t totalSize = store->GetTotalSize();
-  const int64_t rangeEnd = ReadParamInt64(uri->GetParams(), "range_end", 0);
   const int64_t lastByte = rangeEnd > 0 ? std::min(rangeEnd, totalSize - 1) : totalSize - 1;
-  const int64_t limit = ReadConfigInt64(config, kDownloaderConfigGroup, "cache_buffer_limit", kDefaultLimitBytes);
   const int64_t wanted = std::min({limit, store->GetDownloadedSize() - start, lastByte - start});
   if (wanted <= 0 || !store->Seek(start)) return std::string();
 

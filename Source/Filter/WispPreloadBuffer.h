@@ -4,7 +4,7 @@
 //
 // A request takes them when "enable_cache_buffer" (downloader_config) is on
 // and its "preload_buffer" parameter is true. It takes at most
-// "cache_buffer_limit" bytes (default kDefaultLimitBytes), never past the
+// "cache_buffer_limit" bytes, never past the
 // stored prefix, and always leaves the last byte of the request's range to
 // the network, so that the request still gets a response (status, size)
 // to open with. The caller asks the network for the rest from
@@ -25,16 +25,18 @@
 #include <downloader/Base/URI.h>
 #include <downloader/Pipe/ConfigReader.h>
 
+#include "Base/Settings.h"
+
 namespace downloader {
 
 class WispPreloadBuffer {
  public:
-  static constexpr int64_t kDefaultLimitBytes = 4 << 20;
-
   // Whether the request asks for its preload buffer and the settings allow it.
-  static bool Wanted(const ConfigPtr& config, const URI& uri);
-  // The stored bytes from `start` on, as the rules above bound them.
-  static std::string Take(const ConfigPtr& config, const std::shared_ptr<URI>& uri, int64_t start);
+  static bool Wanted(const DownloaderSettings& settings, const RequestParams& request);
+  // The stored bytes from `start` on, as the rules above bound them, for a
+  // request whose "range_end" is `rangeEnd` and a "cache_buffer_limit" of `limit`.
+  static std::string Take(const ConfigPtr& config, const std::shared_ptr<URI>& uri, int64_t start, int64_t rangeEnd,
+                          int64_t limit);
 };
 
 }  // namespace downloader

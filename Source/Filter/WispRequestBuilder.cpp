@@ -38,7 +38,8 @@ WispRequestBuilder::WispRequestBuilder(ConfigPtr config, std::shared_ptr<URI> ur
     : config_(std::move(config)),
       uri_(std::move(uri)),
       logTag_(std::move(logTag)),
-      isLive_(ReadParamBool(uri_->GetParams(), "is_live", false)) {}
+      settings_(DownloaderSettings::Read(config_)),
+      request_(RequestParams::Read(uri_->GetParams())) {}
 
 WispRequest WispRequestBuilder::Build(int64_t seekOffset, int64_t playerBufferMs) const {
   WispRequest request;
@@ -55,7 +56,7 @@ WispRequest WispRequestBuilder::Build(int64_t seekOffset, int64_t playerBufferMs
 }
 
 void WispRequestBuilder::FillSpeedLimit(WispRequest* request) const {
-  const double scale = ParseScale(ReadConfigString(config_, kPlayStartConfigGroup, "speed_scale", "0"));
+  const double scale = ParseScale(settings_.speedScale);
   const int64_t lastSpeed = WispTotals::LastDownloadSpeed();
   if (scale <= 0 || lastSpeed <= 0) return;
   const int64_t limit = static_cast<int64_t>(static_cast<double>(lastSpeed) * scale);
@@ -67,8 +68,7 @@ void WispRequestBuilder::FillSpeedLimit(WispRequest* request) const {
 void WispRequestBuilder::FillUrl(WispRequest* request) const {
   const std::string& url = uri_->GetStringRep();
   if (url.find("/playlist/") == std::string::npos) {
-    const int32_t playerId = ReadParamInt(Params(), "player_id", -1);
-    request->url = UrlUtil::AddQueryParam(url, UrlUtil::kPlayerIdParam, std::to_string(playerId));
+    request->url = UrlUtil::AddQueryParam(url, UrlUtil::kPlayerIdParam, std::to_string(request_.playerId));
   } else {
     request->url = url;
   }
@@ -77,19 +77,18 @@ void WispRequestBuilder::FillUrl(WispRequest* request) const {
 }
 
 void WispRequestBuilder::FillLiveOptions(WispRequest* request) const {
-  if (!isLive_) return;
-  const int64_t openTimeoutMs =
-      ReadConfigInt64(config_, kHttpDownloaderKitGroup, "live_open_timeout", kDefaultLiveOpenTimeoutMs);
-  const int32_t retryLimit = ReadConfigInt(config_, kHttpDownloaderKitGroup, "live_retry_limit", kDefaultLiveRetryLimit);
+  if (!request_.isLive) return;
+  const int64_t openTimeoutMs = settings_.liveOpenTimeoutMs;
+  const int32_t retryLimit = settings_.liveRetryLimit;
   request->options.Set(wisp::http::option::kOpenTimeoutMs, openTimeoutMs);
   request->options.Set(wisp::http::option::kRetryLimit, static_cast<int64_t>(retryLimit));
   DL_LOGI << logTag_ << "live open_timeout:" << openTimeoutMs << ",retry_limit:" << retryLimit;
 }
 
 void WispRequestBuilder::FillCelluarOption(WispRequest* request) const {
-  const bool hostByDefault = ReadConfigBool(config_, kHttpDownloaderKitGroup, "wisp_cellular_host_default", false);
+  const bool hostByDefault = settings_.cellularHostByDefault;
   DL_LOGD << logTag_ << (hostByDefault ? "WISP_CELLUARL_HOST_DEFAULT open" : "WISP_CELLUARL_HOST_DEFAULT close");
-  const int32_t getType = ReadConfigInt(config_, kHttpDownloaderKitGroup, "celluar_host_get_type", 0);
+  const int32_t getType = settings_.cellularHostGetType;
   if (getType <= 0 && !hostByDefault) return;
 
   const std::string& url = uri_->GetStringRep();
@@ -97,8 +96,8 @@ void WispRequestBuilder::FillCelluarOption(WispRequest* request) const {
   if (gear.empty()) gear = UrlUtil::QueryValue(url, "slice_gear_index");
   std::string host;
   if (!gear.empty()) {
-    host = ReadConfigString(config_, kHttpDownloaderKitGroup, "cellular_host_gear_" + gear, "");
-    if (host.empty() && ReadConfigBool(config_, kHttpDownloaderKitGroup, "wisp_cellular_host_nonull", false)) {
+    host = ReadPrefixedSetting(config_, kCellularHostGearSetting, gear);
+    if (host.empty() && settings_.cellularHostNonNull) {
       host = UrlUtil::Host(url);
     }
     DL_LOGI << logTag_ << (host.empty() ? "dl_getUrlHost no cellularHost" : "dl_getUrlHost cellularHost:") << host;
@@ -115,52 +114,45 @@ void WispRequestBuilder::FillCelluarOption(WispRequest* request) const {
 }
 
 void WispRequestBuilder::FillStrategyOption(WispRequest* request) const {
-  if (isLive_ && EndsWith(UrlPath(uri_->GetStringRep()), ".flv")) {
+  if (request_.isLive && EndsWith(UrlPath(uri_->GetStringRep()), ".flv")) {
     request->options.Set(kLiveFlvOption, "1");
     DL_LOGI << logTag_ << "wispfilter set live_flv";
   }
   const std::string type = MultiType();
   request->options.Set(kMultiTypeOption, type);
   DL_LOGI << logTag_ << "] enable multi type:" << type;
-  request->options.Set(kRadicalModeOption,
-                       static_cast<int64_t>(ReadConfigInt(config_, kDownloaderConfigGroup, "muti_radical_mode", 0)));
-  request->options.Set(kMultiPathDelayOption,
-                       static_cast<int64_t>(ReadConfigInt(config_, kDownloaderConfigGroup, "mp_delay_ms", 0)));
-  const std::string traceUrl = ReadParamString(Params(), "traceUrl", "");
-  if (!traceUrl.empty()) request->options.Set(wisp::http::option::kTraceUrl, traceUrl);
+  request->options.Set(kRadicalModeOption, static_cast<int64_t>(settings_.multiRadicalMode));
+  request->options.Set(kMultiPathDelayOption, static_cast<int64_t>(settings_.multiPathDelayMs));
+  if (!request_.traceUrl.empty()) request->options.Set(wisp::http::option::kTraceUrl, request_.traceUrl);
 }
 
 std::string WispRequestBuilder::MultiType() const {
   // Preloads and requests that fell to this level from another one take one path.
-  if (ReadParamBool(Params(), "preload", false) || ReadParamBool(Params(), "dl_downgrade", false)) return "single";
-  auto on = [this](const char* key) { return ReadConfigBool(config_, kDownloaderConfigGroup, key, false); };
-  if (isLive_) {
-    if (on("enable_live_mp")) return "mp";
-    return on("enable_live_mr") ? "mr" : "single";
+  if (request_.preload || request_.downgraded) return "single";
+  if (request_.isLive) {
+    if (settings_.enableLiveMp) return "mp";
+    return settings_.enableLiveMr ? "mr" : "single";
   }
-  if (uri_->GetURIType() == kDLUrlM3u8) return on("enable_m3u8_mp") ? "mp" : "single";
-  if (on("enable_mp") || on("force_mp_on")) return "mp";
-  return on("enable_mr") ? "mr" : "single";
+  if (uri_->GetURIType() == kDLUrlM3u8) return settings_.enableM3u8Mp ? "mp" : "single";
+  if (settings_.enableMp || settings_.forceMpOn) return "mp";
+  return settings_.enableMr ? "mr" : "single";
 }
 
 void WispRequestBuilder::FillBitRate(WispRequest* request, int64_t playerBufferMs) const {
-  const double factor = ParseScale(ReadConfigString(config_, kPlayStartConfigGroup, "bit_rate_factor", "1.0"));
-  const int64_t bitRate = ReadParamInt64(Params(), "bit_rate", 0);
+  const double factor = ParseScale(settings_.bitRateFactor);
+  const int64_t bitRate = request_.bitRate;
   request->options.Set(kBitRateOption, static_cast<int64_t>(static_cast<double>(bitRate) * factor));
   request->options.Set(kPlayerDurationOption, playerBufferMs);
 }
 
 void WispRequestBuilder::FillTransportSettings(WispRequest* request) const {
-  auto setting = [this](const char* key) { return ReadConfigString(config_, kHttpDownloaderKitGroup, key, ""); };
-  const std::string proxy = setting("proxy");
-  if (!proxy.empty()) request->options.Set(wisp::http::option::kProxy, proxy);
-  const std::string caFile = setting("ca_file");
-  if (!caFile.empty()) request->options.Set(wisp::http::option::kCaFile, caFile);
-  if (ReadConfigBool(config_, kHttpDownloaderKitGroup, "tls_insecure", false)) {
+  if (!settings_.proxy.empty()) request->options.Set(wisp::http::option::kProxy, settings_.proxy);
+  if (!settings_.caFile.empty()) request->options.Set(wisp::http::option::kCaFile, settings_.caFile);
+  if (settings_.tlsInsecure) {
     request->options.Set(wisp::http::option::kTlsVerify, "0");
     DL_LOGW << logTag_ << "certificate checks are off (tls_insecure)";
   }
-  const std::string userAgent = setting("user_agent");
+  const std::string& userAgent = settings_.userAgent;
   // A User-Agent of the request's own header text wins over the setting.
   wisp::http::Headers& headers = request->options.MutableHeaders();
   if (!userAgent.empty() && !headers.Has("User-Agent") && !headers.Add("User-Agent", userAgent)) {
@@ -199,8 +191,8 @@ void WispRequestBuilder::FillHeaders(WispRequest* request) const {
 void WispRequestBuilder::FillRange(WispRequest* request, int64_t seekOffset) const {
   const bool named = uri_->ContainsParamKey("range_start") || uri_->ContainsParamKey("range_end");
   if (!named && seekOffset == kNoSeek) return;
-  const int64_t rangeEnd = ReadParamInt64(Params(), "range_end", 0);
-  const int64_t start = seekOffset != kNoSeek ? seekOffset : ReadParamInt64(Params(), "range_start", 0);
+  const int64_t rangeEnd = request_.rangeEnd;
+  const int64_t start = seekOffset != kNoSeek ? seekOffset : request_.rangeStart;
   const wisp::http::Range range(start, rangeEnd > 0 ? rangeEnd : wisp::http::Range::kToEnd);
   request->options.MutableHeaders().Add(wisp::http::Range::kHeaderName, range.ToHeader());
   request->rangeStart = range.Start();

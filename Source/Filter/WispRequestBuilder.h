@@ -25,6 +25,8 @@
 #include <downloader/Pipe/ConfigReader.h>
 #include <wisp/http/Options.h>
 
+#include "Base/Settings.h"
+
 namespace downloader {
 
 struct WispRequest {
@@ -40,10 +42,6 @@ struct WispRequest {
 
 class WispRequestBuilder {
  public:
-  // Live requests wait this long for their response and retry this often,
-  // unless "http_downloader_kit" says otherwise.
-  static constexpr int64_t kDefaultLiveOpenTimeoutMs = 20000;
-  static constexpr int32_t kDefaultLiveRetryLimit = 50;
   // A header field of this name, passed in the URI, marks a request the host
   // wants sped up.
   static constexpr const char kSpeedUpHeader[] = "X-Speed-Up";
@@ -68,13 +66,13 @@ class WispRequestBuilder {
   void FillRange(WispRequest* request, int64_t seekOffset) const;
   // "single", "mp" or "mr".
   std::string MultiType() const;
-  const StreamParams& Params() const { return uri_->GetParams(); }
 
   // Constant after construction.
   const ConfigPtr config_;
   const std::shared_ptr<URI> uri_;
   const std::string logTag_;
-  const bool isLive_;
+  const DownloaderSettings settings_;
+  const RequestParams request_;
 };
 
 }  // namespace downloader

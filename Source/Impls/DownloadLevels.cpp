@@ -1,7 +1,6 @@
 #include "Impls/DownloadLevels.h"
 
 #include "Base/RequestKind.h"
-
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
@@ -12,26 +11,28 @@ uint32_t LowestBit(uint32_t mask) { return mask & (~mask + 1); }
 }  // namespace
 
 uint32_t DownloadLevels::RequiredMask(const ConfigPtr& config, const StreamParams& params, const std::string& url) {
-  uint32_t mask = kDefaultMask;
-  if (config) {
-    mask = static_cast<uint32_t>(ReadConfigInt(config, kDownloaderConfigGroup, "download_level", kDefaultMask));
-    DL_LOGD << "GetRequireLevel config:" << mask;
-  }
-  if (params.count("download_level") != 0) {
-    mask = static_cast<uint32_t>(ReadParamInt(params, "download_level", static_cast<int32_t>(mask)));
+  return RequiredMask(DownloaderSettings::Read(config), RequestParams::Read(params), url);
+}
+
+uint32_t DownloadLevels::RequiredMask(const DownloaderSettings& settings, const RequestParams& request,
+                                      const std::string& url) {
+  uint32_t mask = static_cast<uint32_t>(settings.downloadLevelMask);
+  DL_LOGD << "GetRequireLevel config:" << mask;
+  if (request.downloadLevel) {
+    mask = static_cast<uint32_t>(*request.downloadLevel);
     DL_LOGD << "GetRequireLevel uri:" << mask;
   }
-  int32_t cacheType = ReadParamInt(params, "cache_type", -1);
+  int32_t cacheType = request.cacheType;
   if (cacheType > 0) {
     mask |= kDLLevelPcdn;
     DL_LOGD << "GetRequireLevel cachetype:" << cacheType << ", mask:" << mask;
   }
-  bool hasPlaylist = params.count("m3u8_url") != 0;
-  bool isLive = ReadParamBool(params, "is_live", false);
+  bool hasPlaylist = request.playlistUrl.has_value();
+  bool isLive = request.isLive;
   const RequestKind kind = RequestKind::Of(url);
   bool isLocal = kind.localFile;
   bool isAd = kind.advertisement;
-  bool pcdnOnly = ReadConfigBool(config, kDownloaderConfigGroup, "use_pcdn_ng_disable_downgrade", false);
+  bool pcdnOnly = settings.usePcdnNgDisableDowngrade;
   DL_LOGD << "GetRequireLevel m3u8_url:" << hasPlaylist << ", is_live:" << isLive << ", local:" << isLocal
           << ", ad:" << isAd << ", pcdn only:" << pcdnOnly;
   if (pcdnOnly && !isLive && !isLocal && !isAd) return kPcdnOnly;

@@ -24,15 +24,18 @@
 #include <downloader/Filter/DLDownloadLevel.h>
 #include <downloader/Pipe/ConfigReader.h>
 
+#include "Base/Settings.h"
+
 namespace downloader {
 
 class DownloadLevels {
  public:
-  static constexpr uint32_t kDefaultMask = 7;
   static constexpr uint32_t kAlwaysAvailable = kDLLevelLocalFile | kDLLevelHttp;
   static constexpr uint32_t kPcdnOnly = kDLLevelPcdn;
 
   static uint32_t RequiredMask(const ConfigPtr& config, const StreamParams& params, const std::string& url);
+  static uint32_t RequiredMask(const DownloaderSettings& settings, const RequestParams& request,
+                               const std::string& url);
   // `*forbiddenHit` is set when a forbidden downgrade kept the level.
   static DLDownloadLevel Next(DLDownloadLevel current, uint32_t mask, bool forbidDowngrade, bool* forbiddenHit);
   // True when `wanted` may be served by a filter installed at `filterLevel`:

@@ -1,7 +1,6 @@
 #include "Impls/RetryableStream.h"
 
 #include <algorithm>
-#include <limits>
 #include <optional>
 #include <set>
 #include <utility>
@@ -22,10 +21,6 @@
 namespace downloader {
 namespace {
 
-constexpr int64_t kDefaultReadTimeoutMs = 5000;
-constexpr int32_t kDefaultAsyncCheckMs = 20;
-constexpr int64_t kDefaultAsyncOpenTimeoutMs = 10000;
-constexpr int32_t kDefaultPackSize = 16384;
 // Bounds the levels one Read may go through before it answers.
 constexpr int32_t kMaxDowngradesPerRead = 4;
 constexpr char kStatsCategory[] = "downloader";
@@ -112,13 +107,7 @@ std::string RetryableStream::GetParam(const std::string& key) {
   return ReadParamString(params_, key, std::string());
 }
 
-// The player thread is the only writer of params_, so it reads without the
-// lock.
-std::string RetryableStream::ReadParam(const std::string& key, const std::string& defaultValue) {
-  return ReadParamString(params_, key, defaultValue);
-}
-
-int32_t RetryableStream::PlayerId() { return ReadParamInt(params_, "player_id", -1); }
+int32_t RetryableStream::PlayerId() { return request_.playerId; }
 
 // ---------------------------------------------------------------------------
 // Open.
@@ -163,7 +152,7 @@ DLResultCode RetryableStream::IsOpenReady() {
     std::lock_guard<std::mutex> lock(mutex_);
     return asyncDone_ ? asyncResult_ : DLResultCode(kDLFailure, kNotOpenSubCode);
   }
-  int32_t checkMs = ReadConfigInt(config_, kDownloaderConfigGroup, "async_open_check_duration", kDefaultAsyncCheckMs);
+  int32_t checkMs = openSettings_.asyncOpenCheckMs;
   bool done = false;
   {
     Clock& clock = LibraryContext::Current().clock();
@@ -172,8 +161,7 @@ DLResultCode RetryableStream::IsOpenReady() {
                            [this] { return asyncDone_; });
   }
   if (!done) {
-    int64_t timeoutMs =
-        ReadConfigInt64(config_, kDownloaderConfigGroup, "async_open_timeout", kDefaultAsyncOpenTimeoutMs);
+    int64_t timeoutMs = openSettings_.asyncOpenTimeoutMs;
     int64_t elapsedMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(ContextNow() - asyncStartedAt_).count();
     if (elapsedMs < timeoutMs) return DLResultCode(kDLOpenPending, 0);
@@ -234,14 +222,15 @@ DLResultCode RetryableStream::PrepareOpen(const std::shared_ptr<URI>& uri, const
     uri_ = request;
   }
   url_ = uri->GetStringRep();
-  int32_t packSize = ReadConfigInt(config_, kDownloaderConfigGroup, "cache_writer_packet_size", kDefaultPackSize);
-  DL_LOGI << "]" << mode << " RetryableStream open url:" << url_
-          << ", need trace:" << ReadParamBool(params, "traceUrl", false) << ", default_pack_size:" << packSize;
-  readTimeoutMs_ = ReadConfigInt64(config_, kDownloaderConfigGroup, "read_timeout", kDefaultReadTimeoutMs);
-  mask_ = DownloadLevels::RequiredMask(config_, params, url_);
+  openSettings_ = DownloaderSettings::Read(config_);
+  request_ = RequestParams::Read(params);
+  DL_LOGI << "]" << mode << " RetryableStream open url:" << url_ << ", need trace:" << ParseBool(request_.traceUrl)
+          << ", default_pack_size:" << openSettings_.cacheWriterPacketSize;
+  readTimeoutMs_ = openSettings_.readTimeoutMs;
+  mask_ = DownloadLevels::RequiredMask(openSettings_, request_, url_);
   forbidDowngrade_ = mask_ == DownloadLevels::kPcdnOnly;
-  offset_ = std::max<int64_t>(0, ReadParamInt64(params, "range_start", 0));
-  controller_->Configure(config_, params, uri->GetDuration());
+  offset_ = std::max<int64_t>(0, request_.rangeStart);
+  controller_->Configure(openSettings_, request_, uri->GetDuration());
   calculator_ = DrainCalculatorFactory::Create(config_, controller_);
   segmentWritingWanted_ = storage::CacheWriter::WritesSegments(config_, url_);
   return DLResultCode(kDLSuccess, 0);
@@ -251,7 +240,7 @@ DLDownloadLevel RetryableStream::InitialLevel() const {
   if (mask_ == DownloadLevels::kPcdnOnly) return kDLLevelPcdn;
   // The cache levels serve a request that starts past 0 only when told to
   // honour its range; otherwise they would deliver from offset 0.
-  if (offset_ > 0 && !ReadConfigBool(config_, kDownloaderConfigGroup, "enable_cache_filter_range_start", false)) {
+  if (offset_ > 0 && !openSettings_.enableCacheFilterRangeStart) {
     return kDLLevelPcdn;
   }
   return kDLLevelCache;
@@ -483,14 +472,11 @@ bool RetryableStream::ShouldDoDownloadLevelDegrade(DLReadResult* result) {
 }
 
 bool RetryableStream::ReadDowngradeForbidden() const {
-  bool forbidden = ReadParamBool(params_, "disable_read_downgrade", false);
+  bool forbidden = request_.disableReadDowngrade;
   if (level_ == kDLLevelPcdn) {
-    bool isLive = ReadParamBool(params_, "is_live", false);
-    forbidden = forbidden ||
-                (isLive && ReadConfigBool(config_, kDownloaderLiveConfigGroup, "disable_pcdn_live_read_downgrade",
-                                          true)) ||
-                (!isLive && ReadConfigBool(config_, kDownloaderConfigGroup, "use_pcdn_ng", false) &&
-                 ReadConfigBool(config_, kDownloaderConfigGroup, "disable_pcdn_ng_read_downgrade", false));
+    bool isLive = request_.isLive;
+    forbidden = forbidden || (isLive && openSettings_.disablePcdnLiveReadDowngrade) ||
+                (!isLive && openSettings_.usePcdnNg && openSettings_.disablePcdnNgReadDowngrade);
   }
   if (forbidden) {
     DL_LOGD << "FLOWRATE-> read downgrade forbidden, level:" << level_;
@@ -578,7 +564,7 @@ std::string RetryableStream::GetInfo(const std::string& key) {
   if (key == "level_attempts") return JoinLevels(levelAttempts_);
   if (key == "error_message") return failureReason_;
   if (key == "error_kind") return failureKind_;
-  if (key == "stream_type") return ReadParam("stream_type", std::string());
+  if (key == "stream_type") return request_.streamType;
   // The serving executor's own name ("CACHE", "WISP", ...), for hosts that
   // report which channel served a request.
   if (key == "executor") return executor_ ? executor_->GetName() : std::string();

@@ -51,6 +51,7 @@
 #include <downloader/Pipe/StatsStage.h>
 #include <downloader/Strategy/DrainCalculator.h>
 
+#include "Base/Settings.h"
 #include "Base/StreamStats.h"
 #include "Strategy/FlowRateController.h"
 #include "Utils/clock/Clock.h"
@@ -157,7 +158,6 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
                            const LevelAttempt& attempt);
   std::string StreamEndInfo();
   static std::string JoinLevels(const std::vector<DLDownloadLevel>& levels);
-  std::string ReadParam(const std::string& key, const std::string& defaultValue);
   int32_t PlayerId();
 
   // Wiring: set before Open, constant afterwards.
@@ -195,6 +195,9 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   int64_t fileSize_ = 0;
   int64_t offset_ = 0;
   int64_t readTimeoutMs_ = 0;
+  // Read from config_ and params_ by the open.
+  DownloaderSettings openSettings_;
+  RequestParams request_;
   Clock::TimePoint lastProgressAt_;
   bool timedOut_ = false;
   std::unique_ptr<DrainCalculator> calculator_;

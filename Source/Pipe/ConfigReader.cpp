@@ -1,7 +1,8 @@
 #include <downloader/Pipe/ConfigReader.h>
 
 #include <cstdlib>
-#include <limits>
+
+#include "Base/Settings.h"
 
 namespace downloader {
 
@@ -26,12 +27,7 @@ int64_t ParseInt64(const std::string& text) {
   return std::strtoll(text.c_str(), nullptr, 10);
 }
 
-int32_t ParseInt32(const std::string& text) {
-  int64_t value = ParseInt64(text);
-  if (value > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
-  if (value < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
-  return static_cast<int32_t>(value);
-}
+int32_t ParseInt32(const std::string& text) { return ClampToInt32(ParseInt64(text)); }
 
 bool ParseBool(const std::string& text) { return text == kTrueText || text == kOneText; }
 

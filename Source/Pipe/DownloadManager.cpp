@@ -13,6 +13,7 @@
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 #include <downloader/Stream/XcdnInterfaceHelper.h>
 
+#include "Base/Settings.h"
 #include "Filter/WispTotals.h"
 #include "Stats/FlowReport.h"
 #include "Strategy/ExtraChannelStrategy.h"
@@ -23,7 +24,6 @@ namespace {
 
 constexpr int32_t kNotFound = -1;
 constexpr int32_t kRemoved = 0;
-constexpr int32_t kNoPlayer = -1;
 constexpr int kPcdnTotalBufferBytes = 1024;
 constexpr int kDownloadIdBufferBytes = 32;
 constexpr char kPcdnTotalKey[] = "total-download-details-bytes-vod";
@@ -77,9 +77,9 @@ DownloadManager::~DownloadManager() = default;
 
 void DownloadManager::AddNewConfig(std::shared_ptr<protocols::IConfigure> config, int32_t id) {
   if (config) {
-    FlowReport::SetSwitches(ReadConfigBool(config, kDownloaderConfigGroup, "enable_cdn_flow_report", false),
-                            ReadConfigBool(config, kDownloaderConfigGroup, "enable_new_flow_report", false));
-    if (ReadConfigBool(config, kDownloaderConfigGroup, "enable_pcdn_quill_callback", false)) {
+    const DownloaderSettings settings = DownloaderSettings::Read(config);
+    FlowReport::SetSwitches(settings.enableCdnFlowReport, settings.enableNewFlowReport);
+    if (settings.enablePcdnQuillCallback) {
       PcdnInterfaceHelper::dlPCDNSetTraceCallback(&LogEngineTrace);
     }
     ExtraChannelStrategy::GetInstance().UpdateConfig(config);
@@ -206,8 +206,9 @@ void DownloadManager::UnregisterDownloadCompleteListener(int32_t playerId) {
 
 void DownloadManager::OnDownloadComplete(std::shared_ptr<URI> uri) {
   if (!uri) return;
-  int32_t playerId = ReadParamInt(uri->GetParams(), "player_id", kNoPlayer);
-  bool preload = ReadParamBool(uri->GetParams(), "preload_buffer", false);
+  const RequestParams request = RequestParams::Read(uri->GetParams());
+  int32_t playerId = request.playerId;
+  bool preload = request.preloadBuffer;
   DL_LOGI << "ondownloadcomplete,player:" << playerId << ",file:" << uri->GetStringRep() << ",preload:" << preload;
   CompleteListener listener;
   {
@@ -224,8 +225,8 @@ void DownloadManager::OnFinishPlay(const std::string& text) const { DL_LOGI << "
 int32_t DownloadManager::GetCacheStatus(const std::shared_ptr<URI>& uri) {
   if (!uri) return kDLCacheNone;
   std::shared_ptr<protocols::IConfigure> config = latestConfig_;
-  bool segmentStore = ReadConfigBool(config, kDownloaderConfigGroup, "enable_segment_writer", false) ||
-                      ReadConfigBool(config, kDownloaderConfigGroup, "force_segment_writer", false);
+  const DownloaderSettings settings = DownloaderSettings::Read(config);
+  bool segmentStore = settings.enableSegmentWriter || settings.forceSegmentWriter;
   DL_LOGD << "getcachestatus,file:" << uri->GetStringRep() << ",segment_store:" << segmentStore;
   if (!segmentStore) return kDLCacheNone;
   std::shared_ptr<storage::IDataStore> store = storage::CacheWriter::AcquireDataStore(config, uri);

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "Base/Settings.h"
 #include "Platform/FileSystem.h"
 #include "Storage/CacheFileName.h"
 #include "Storage/DiskCacheCleaner.h"
@@ -79,7 +80,7 @@ std::shared_ptr<IDataStore> CacheWriter::AcquireDataStore(const ConfigPtr& confi
   if (!uri) return nullptr;
   std::string path = CacheFilePath(*uri);
   if (path.empty() || !FileExists(path)) return nullptr;
-  bool requireComplete = ReadConfigBool(config, kDownloaderConfigGroup, "enable_cache_store_lock", false);
+  bool requireComplete = DownloaderSettings::Read(config).enableCacheStoreLock;
   return std::make_shared<SegmentDataStore>(uri->ID(), path, NextJobId(), requireComplete);
 }
 
@@ -89,11 +90,9 @@ std::shared_ptr<SegmentFileWriter> CacheWriter::CreateSegmentWriter(const Config
   if (!uri || contentSize == 0 || contentSize >= SegmentFileV1::kContentFileSizeLimit) return nullptr;
   std::string path = CacheFilePath(*uri);
   if (path.empty()) return nullptr;
-  bool isPreload = ReadParamBool(uri->GetParams(), "preload", false);
-  int64_t flushLimit = ReadConfigInt64(config, kDownloaderConfigGroup,
-                                       isPreload ? "segment_writer_flush_threshold"
-                                                 : "segment_writer_flush_threshold_play",
-                                       0);
+  const DownloaderSettings settings = DownloaderSettings::Read(config);
+  const bool isPreload = RequestParams::Read(uri->GetParams()).preload;
+  int64_t flushLimit = isPreload ? settings.segmentWriterFlushThreshold : settings.segmentWriterFlushThresholdPlay;
   int64_t jobId = NextJobId();
   // The writer shares this adapter; holding it here first tells a file of
   // another resource size apart before anything is written.

@@ -7,6 +7,7 @@
 #include <downloader/Base/URI.h>
 #include <downloader/Storage/CacheWriter.h>
 
+#include "Base/Settings.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/Persistence/DiskFileNameUtil.h"
 #include "Utils/log/LogMessage.h"
@@ -33,7 +34,7 @@ DiskCacheCleaner::DiskCacheCleaner(LibraryContext& context) : looper_("disk_clea
 DiskCacheCleaner::~DiskCacheCleaner() { looper_.Stop(); }
 
 void DiskCacheCleaner::Schedule(const ConfigPtr& config) {
-  if (!ReadConfigBool(config, kDownloaderConfigGroup, "enable_clean_disk", false)) return;
+  if (!DownloaderSettings::Read(config).enableCleanDisk) return;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (started_) return;
@@ -51,14 +52,14 @@ void DiskCacheCleaner::RunPass() {
     std::lock_guard<std::mutex> lock(mutex_);
     config = config_;
   }
-  const int64_t capacity = ReadConfigInt64(config, kDownloaderConfigGroup, "disk_cache_capacity", 0);
+  const DownloaderSettings settings = DownloaderSettings::Read(config);
+  const int64_t capacity = settings.diskCacheCapacityBytes;
   const std::string folder = CacheFolder();
   if (capacity > 0 && !folder.empty()) {
     CleanFolder(folder, static_cast<uint64_t>(capacity), DiskAdapterProvider::GetInstance(),
                 platform::FileSystem::Default());
   }
-  const int64_t duration =
-      std::max<int64_t>(1, ReadConfigInt64(config, kDownloaderConfigGroup, "clean_duration", kDefaultCleanDurationMs));
+  const int64_t duration = std::max<int64_t>(1, settings.cleanDurationMs);
   looper_.PostDelayed([this] { RunPass(); }, std::chrono::milliseconds(duration));
 }
 

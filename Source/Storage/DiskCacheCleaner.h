@@ -30,8 +30,6 @@ class DiskAdapterProvider;
 
 class DiskCacheCleaner {
  public:
-  static constexpr int64_t kDefaultCleanDurationMs = 60000;
-
   // The current library context's.
   static DiskCacheCleaner& GetInstance();
 

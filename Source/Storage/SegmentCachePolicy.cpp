@@ -1,6 +1,7 @@
 #include "Storage/SegmentCachePolicy.h"
 
 #include "Base/RequestKind.h"
+#include "Base/Settings.h"
 
 namespace downloader {
 namespace storage {
@@ -28,11 +29,12 @@ bool SegmentCachePolicy::IsSeparateTrack(const std::string& url) { return Contai
 
 bool SegmentCachePolicy::Applies(const ConfigPtr& config, const std::string& url) {
   if (!config || !IsPlainUrl(url)) return false;
-  if (ReadConfigBool(config, kDownloaderConfigGroup, "enable_segment_writer", false)) {
+  const DownloaderSettings settings = DownloaderSettings::Read(config);
+  if (settings.enableSegmentWriter) {
     if (!IsSeparateTrack(url)) return true;
-    if (ReadConfigBool(config, kDownloaderConfigGroup, "enable_segment_cmaf", true)) return true;
+    if (settings.enableSegmentCmaf) return true;
   }
-  return ReadConfigBool(config, kDownloaderConfigGroup, "force_segment_writer", false);
+  return settings.forceSegmentWriter;
 }
 
 }  // namespace storage

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Base/Settings.h"
 #include "Storage/ByteOrder.h"
 #include "Storage/Persistence/File.h"
 #include "Utils/log/LogMessage.h"
@@ -37,12 +38,10 @@ SegmentStorage::~SegmentStorage() {
 
 void SegmentStorage::initCache(const ConfigPtr& config) {
   std::lock_guard<std::mutex> lock(mutex_);
-  int32_t flushThreshold = ReadConfigInt(config, kDownloaderConfigGroup, "segment_flush_threshold", 0);
-  int32_t readChunkSize = ReadConfigInt(config, kDownloaderConfigGroup, "segment_read_chunk_size", 0);
-  int32_t cellCapacityMin = ReadConfigInt(config, kDownloaderConfigGroup, "segment_cell_capacity_min", 0);
-  flushThreshold_ = PositiveOr(flushThreshold, kDefaultFlushThreshold);
-  readChunkSize_ = PositiveOr(readChunkSize, kDefaultReadChunkSize);
-  cellCapacityMin_ = PositiveOr(cellCapacityMin, kDefaultCellCapacityMin);
+  const DownloaderSettings settings = DownloaderSettings::Read(config);
+  flushThreshold_ = PositiveOr(settings.segmentFlushThreshold, kDefaultFlushThreshold);
+  readChunkSize_ = PositiveOr(settings.segmentReadChunkSize, kDefaultReadChunkSize);
+  cellCapacityMin_ = PositiveOr(settings.segmentCellCapacityMin, kDefaultCellCapacityMin);
   DL_LOGD << tag_ << "initCache,parse config,segmentFlushThreshold:" << flushThreshold_
           << ",readChunkSize:" << readChunkSize_ << ",cellCapacityMin:" << cellCapacityMin_
           << ",mode:" << (mode_ == Mode::kRead ? "READ" : "WRITE");

@@ -3,15 +3,12 @@
 #include <chrono>
 #include <utility>
 
+#include "Base/Settings.h"
 #include "Utils/log/LogMessage.h"
 
 namespace downloader {
 namespace {
 
-constexpr int32_t kDefaultSampleIntervalMs = 1000;
-constexpr int32_t kDefaultWindowCount = 3;
-constexpr int32_t kDefaultBufferThresholdMs = 20000;
-constexpr int32_t kDefaultDumpIntervalMs = 10000;
 constexpr int32_t kUnknownBuffer = -1;
 constexpr int64_t kMicrosPerMilli = 1000;
 constexpr int64_t kMicrosPerSecond = 1000000;
@@ -19,6 +16,12 @@ constexpr int64_t kBitsPerByte = 8;
 constexpr int64_t kMillisPerSecond = 1000;
 
 int64_t AtLeastOne(int64_t value) { return value < 1 ? 1 : value; }
+
+// What the controller judges by until Configure.
+const DownloaderSettings& DefaultSettings() {
+  static const DownloaderSettings* defaults = new DownloaderSettings();
+  return *defaults;
+}
 
 }  // namespace
 
@@ -40,26 +43,26 @@ const char* FlowRateController::VerdictName(Verdict verdict) {
 
 FlowRateController::FlowRateController(NowFunction now)
     : now_(now ? std::move(now) : NowFunction(&Source::SteadyClockUs)),
-      sampleIntervalUs_(kDefaultSampleIntervalMs * kMicrosPerMilli),
-      windowUs_(kDefaultSampleIntervalMs * kDefaultWindowCount * kMicrosPerMilli),
-      bufferThresholdMs_(kDefaultBufferThresholdMs),
-      dumpIntervalUs_(kDefaultDumpIntervalMs * kMicrosPerMilli) {}
+      sampleIntervalUs_(DefaultSettings().flowRateSampleIntervalMs * kMicrosPerMilli),
+      windowUs_(DefaultSettings().flowRateSampleIntervalMs * DefaultSettings().flowRateSampleWindow * kMicrosPerMilli),
+      bufferThresholdMs_(DefaultSettings().bufferDurationThresholdMs),
+      dumpIntervalUs_(DefaultSettings().dumpFlowRateIntervalMs * kMicrosPerMilli) {}
 
 FlowRateController::~FlowRateController() = default;
 
 void FlowRateController::Configure(const ConfigPtr& config, const StreamParams& params, uint64_t durationMs) {
-  int64_t intervalMs = AtLeastOne(
-      ReadConfigInt(config, kDownloaderConfigGroup, "flow_rate_sample_interval", kDefaultSampleIntervalMs));
-  int64_t windowCount =
-      AtLeastOne(ReadConfigInt(config, kDownloaderConfigGroup, "flow_rate_sample_wnd", kDefaultWindowCount));
-  int32_t bufferThresholdMs =
-      ReadConfigInt(config, kDownloaderConfigGroup, "buffer_duration_threshold", kDefaultBufferThresholdMs);
-  int64_t dumpMs = AtLeastOne(
-      ReadConfigInt(config, kDownloaderConfigGroup, "dump_flow_rate_interval_", kDefaultDumpIntervalMs));
-  bool pulseCounts = ReadConfigBool(config, kDownloaderConfigGroup, "let_pluse", true);
-  int32_t requestBufferMs =
-      ReadParamInt(params, "buffer", ReadParamInt(params, "buffer_duration", kUnknownBuffer));
-  int64_t requestBitRate = ReadParamInt64(params, "bit_rate", 0);
+  Configure(DownloaderSettings::Read(config), RequestParams::Read(params), durationMs);
+}
+
+void FlowRateController::Configure(const DownloaderSettings& settings, const RequestParams& request,
+                                   uint64_t durationMs) {
+  int64_t intervalMs = AtLeastOne(settings.flowRateSampleIntervalMs);
+  int64_t windowCount = AtLeastOne(settings.flowRateSampleWindow);
+  int32_t bufferThresholdMs = settings.bufferDurationThresholdMs;
+  int64_t dumpMs = AtLeastOne(settings.dumpFlowRateIntervalMs);
+  bool pulseCounts = settings.pulseCounts;
+  int32_t requestBufferMs = request.bufferMs.value_or(ClampToInt32(request.bufferDurationMs));
+  int64_t requestBitRate = request.bitRate;
 
   std::lock_guard<std::mutex> lock(mutex_);
   sampleIntervalUs_ = intervalMs * kMicrosPerMilli;

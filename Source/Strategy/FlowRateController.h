@@ -52,6 +52,8 @@
 #include <downloader/Strategy/PlayStateMonitor.h>
 #include <downloader/Strategy/Source.h>
 
+#include "Base/Settings.h"
+
 namespace downloader {
 
 class FlowRateController : public FlowRateControl {
@@ -66,6 +68,7 @@ class FlowRateController : public FlowRateControl {
   // Reads the settings and the request's buffer and bit rate; forgets every
   // sample. `durationMs` is the resource's play time (0: unknown).
   void Configure(const ConfigPtr& config, const StreamParams& params, uint64_t durationMs);
+  void Configure(const DownloaderSettings& settings, const RequestParams& request, uint64_t durationMs);
   void SetPlayStateMonitor(std::shared_ptr<PlayStateMonitor> monitor);
   void OnFileSizeKnown(int64_t fileSize);
   // The executor now read from, when it is a Source (empty otherwise). Held

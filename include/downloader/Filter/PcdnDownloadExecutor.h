@@ -69,7 +69,6 @@ class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
   static constexpr int64_t kEngineErrorSubCode = FourCharSubCode('P', 'R', 'D', 'E');
   static constexpr int64_t kTimeoutSubCode = FourCharSubCode('P', 'R', 'T', 'O');
   static constexpr int64_t kClosedSubCode = FourCharSubCode('P', 'C', 'L', 'S');
-  static constexpr int64_t kDefaultReadTimeoutMs = 5000;
   static constexpr uint64_t kDefaultHeartbeatMs = 5000;
 
   PcdnDownloadExecutor(std::shared_ptr<protocols::IConfigure> config, std::shared_ptr<protocols::IReporter> reporter);
@@ -119,7 +118,7 @@ class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
 
   // Written by Open before any read starts.
   std::string url_;
-  int64_t readTimeoutMs_ = kDefaultReadTimeoutMs;
+  int64_t readTimeoutMs_ = 0;
 
   std::mutex deliveryMutex_;
   mutable std::mutex mutex_;

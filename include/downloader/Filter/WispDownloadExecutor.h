@@ -76,6 +76,8 @@ namespace downloader {
 
 class ByteChannel;
 class Sha256;
+struct DownloaderSettings;
+struct RequestParams;
 
 class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
                                                public std::enable_shared_from_this<WispDownloadExecutor>,
@@ -83,8 +85,6 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
                                                public wisp::http::IListener {
  public:
   using RequestRecord = std::map<std::string, std::string>;
-
-  static constexpr int64_t kDefaultReadTimeoutMs = 5000;
 
   WispDownloadExecutor(std::shared_ptr<protocols::IConfigure> config, std::shared_ptr<protocols::IReporter> reporter,
                        std::shared_ptr<URI> uri);
@@ -130,10 +130,10 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   // Open without the wait; `preloadAllowed`: the request may begin with its
   // preload buffer.
   DLResultCode StartOpen(const std::shared_ptr<URI>& uri, bool preloadAllowed);
-  void ReadSettings(const std::shared_ptr<URI>& uri);
+  DownloaderSettings ReadSettings(const std::shared_ptr<URI>& uri);
   void ReadTrackInfo();
   // The preload buffer of the request, or nothing (see WispPreloadBuffer.h).
-  std::string TakePreloadBuffer();
+  std::string TakePreloadBuffer(const DownloaderSettings& settings);
   // Starts a call at `seekOffset` (WispRequestBuilder::kNoSeek: where the
   // request asks) whose channel begins with `firstBytes`.
   DLResultCode StartRequest(int64_t seekOffset, const std::string& firstBytes = std::string());
@@ -169,10 +169,12 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   // Written by Open and OpenAsync before their call starts; read-only while
   // a call runs.
   std::shared_ptr<URI> uri_;
+  // The parameters of uri_, read with it.
+  std::shared_ptr<const RequestParams> request_;
   int32_t playerId_ = -1;
   int32_t index_ = 0;
   std::string logTag_;
-  int64_t readTimeoutMs_ = kDefaultReadTimeoutMs;
+  int64_t readTimeoutMs_ = 0;
   bool fastRead_ = false;
   bool reportLast_ = true;
   bool enableFill_ = true;
