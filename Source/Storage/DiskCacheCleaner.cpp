@@ -6,6 +6,7 @@
 
 #include <downloader/Base/URI.h>
 #include <downloader/Storage/CacheWriter.h>
+#include <wisp/Mutex.h>
 
 #include "Storage/Persistence/DiskAdapterProvider.h"
 #include "Storage/Persistence/DiskFileNameUtil.h"
@@ -38,7 +39,7 @@ DiskCacheCleaner::~DiskCacheCleaner() { looper_.Stop(); }
 void DiskCacheCleaner::Schedule(const ConfigPtr& config) {
   if (!ReadConfigBool(config, kDownloaderConfigGroup, "enable_clean_disk", false)) return;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (started_) return;
     started_ = true;
     config_ = config;
@@ -51,7 +52,7 @@ void DiskCacheCleaner::Schedule(const ConfigPtr& config) {
 void DiskCacheCleaner::RunPass() {
   ConfigPtr config;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     config = config_;
   }
   const int64_t capacity = ReadConfigInt64(config, kDownloaderConfigGroup, "disk_cache_capacity", 0);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include <wisp/Mutex.h>
+
 #include "Storage/ByteOrder.h"
 #include "Storage/Persistence/File.h"
 #include "Utils/log/LogMessage.h"
@@ -36,7 +38,7 @@ SegmentStorage::~SegmentStorage() {
 }
 
 void SegmentStorage::initCache(const ConfigPtr& config) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   int32_t flushThreshold = ReadConfigInt(config, kDownloaderConfigGroup, "segment_flush_threshold", 0);
   int32_t readChunkSize = ReadConfigInt(config, kDownloaderConfigGroup, "segment_read_chunk_size", 0);
   int32_t cellCapacityMin = ReadConfigInt(config, kDownloaderConfigGroup, "segment_cell_capacity_min", 0);
@@ -49,7 +51,7 @@ void SegmentStorage::initCache(const ConfigPtr& config) {
 }
 
 bool SegmentStorage::open() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ == Mode::kWrite) {
     file_ = std::make_shared<File>(tmpFilePath_, fileSystem_);
     if (mDesiredFileSize_ == 0 || !file_->create() || !writeHeaderLocked()) {
@@ -99,7 +101,7 @@ bool SegmentStorage::parseFileHeader() {
 }
 
 int64_t SegmentStorage::write(uint64_t goff, const uint8_t* data, uint64_t len) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ != Mode::kWrite || !file_ || completed_ || goff != mGoffWrite_ || len > mDesiredFileSize_ - goff) {
     DL_LOGD << tag_ << "write,refused,goff:" << goff << ",mGoffWrite_:" << mGoffWrite_ << ",len:" << len;
     return -1;
@@ -133,7 +135,7 @@ int64_t SegmentStorage::readInner(uint8_t* buffer, uint64_t len, uint64_t goff) 
 }
 
 uint64_t SegmentStorage::read(uint8_t* buffer, uint64_t len) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!file_) return 0;
   uint64_t delivered = 0;
   while (delivered < len) {
@@ -146,14 +148,14 @@ uint64_t SegmentStorage::read(uint8_t* buffer, uint64_t len) {
 }
 
 bool SegmentStorage::seek(uint64_t goff) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!file_ || goff > mDesiredFileSize_) return false;
   mGoffRead_ = goff;
   return true;
 }
 
 bool SegmentStorage::complete() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ != Mode::kWrite || !file_ || completed_) return false;
   if (!flushCellLocked()) return false;
   if (mGoffWrite_ != mDesiredFileSize_) {
@@ -176,7 +178,7 @@ bool SegmentStorage::complete() {
 }
 
 void SegmentStorage::cancel() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ != Mode::kWrite || !file_ || completed_) return;
   file_->close();
   DL_LOGD << tag_ << "cancel,remove tmp file,path:" << tmpFilePath_;
@@ -186,12 +188,12 @@ void SegmentStorage::cancel() {
 }
 
 uint64_t SegmentStorage::desiredFileSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return mDesiredFileSize_;
 }
 
 uint64_t SegmentStorage::availableSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return mode_ == Mode::kWrite ? mGoffWrite_ : flushedSize_;
 }
 
