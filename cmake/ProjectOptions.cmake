@@ -2,6 +2,10 @@
 
 add_library(dl_warnings INTERFACE)
 target_compile_options(dl_warnings INTERFACE -Wall -Wextra -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # Checks the GUARDED_BY / REQUIRES rules of <wisp/ThreadAnnotations.h>.
+  target_compile_options(dl_warnings INTERFACE -Wthread-safety -Werror=thread-safety)
+endif()
 
 set(DL_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 if(DL_SANITIZE)

@@ -19,7 +19,7 @@ full_packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   g++-mingw-w64-x86-64 wine64
   nginx curl ffmpeg gnuplot-nox python3 openssl
-  dpkg-dev file
+  dpkg-dev file ccache
   chromium
 )
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs every test suite: native under ASan+UBSan, the concurrency
-# suites under TSan, and the Windows build under wine. Exits non-zero on the
-# first failing run.
+# Builds and runs every test suite: native under ASan+UBSan, again under TSan,
+# and the Windows build under wine. Exits non-zero on the first failing run.
+# Each step's wall time is printed when it ends, and all of them at the end.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -13,8 +13,28 @@ export WINEDEBUG=-all
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+# A compiler cache makes a second run on the same machine rebuild only what
+# changed; paths are taken relative to the clone so that clones share it.
+if command -v ccache >/dev/null; then
+  export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$root} CCACHE_NOHASHDIR=true
+fi
 
-step() { echo; echo "=== $* ==="; }
+timings=()
+step_name=""
+step_start=0
+end_step() {
+  [[ -n "$step_name" ]] || return 0
+  local seconds=$((SECONDS - step_start))
+  echo "--- $step_name: ${seconds}s"
+  timings+=("$(printf '%6ds  %s' "$seconds" "$step_name")")
+}
+step() {
+  end_step
+  step_name=$*
+  step_start=$SECONDS
+  echo; echo "=== $* ==="
+}
 
 step "native ASan+UBSan: build"
 cmake --preset asan >/dev/null
@@ -25,7 +45,7 @@ ctest --preset asan
 step "native TSan: build"
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$jobs"
-step "native TSan: concurrency tests"
+step "native TSan: tests"
 ctest --preset tsan
 
 step "Windows (mingw-w64): build"
@@ -42,5 +62,9 @@ for extra in "$root"/scripts/test.d/*.sh; do
   bash "$extra"
 done
 
+end_step
 echo
+echo "=== wall time by step (load average now: $(cut -d' ' -f1-3 /proc/loadavg)) ==="
+printf '%s\n' "${timings[@]}"
+echo "$(printf '%6ds' "$SECONDS")  in all"
 echo "all test runs passed"

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include <wisp/Mutex.h>
+
 #include "Utils/context/LibraryContext.h"
 
 namespace downloader {
@@ -23,7 +25,7 @@ uint8_t* BlockRecycler::Take(uint64_t size) {
     return kept.first >= size && kept.first / 2 <= size;
   };
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     auto newest = std::find_if(kept_.rbegin(), kept_.rend(), fits);
     if (newest != kept_.rend()) {
       uint64_t capacity = newest->first;
@@ -37,7 +39,7 @@ uint8_t* BlockRecycler::Take(uint64_t size) {
   // Fresh memory can be slow to come by; not under the lock.
   uint8_t* block = new (std::nothrow) uint8_t[size];
   if (block == nullptr) return nullptr;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   lent_[block] = size;
   return block;
 }
@@ -51,7 +53,7 @@ void BlockRecycler::Give(uint8_t* block, uint64_t size) {
   }
   std::vector<uint8_t*> dropped;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     auto lent = lent_.find(block);
     if (lent == lent_.end()) {
       dropped.push_back(block);
@@ -72,7 +74,7 @@ void BlockRecycler::Give(uint8_t* block, uint64_t size) {
 }
 
 uint64_t BlockRecycler::KeptBytes() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return keptBytes_;
 }
 

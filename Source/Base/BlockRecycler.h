@@ -23,10 +23,11 @@
 #define DOWNLOADER_BASE_BLOCKRECYCLER_H_
 
 #include <cstdint>
-#include <mutex>
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -55,12 +56,12 @@ class BlockRecycler {
  private:
   static bool InKeptRange(uint64_t length) { return length >= kSmallestKept && length <= kLargestKept; }
 
-  std::mutex mutex_;
-  // Guarded by mutex_. (capacity, block), oldest first.
-  std::vector<std::pair<uint64_t, uint8_t*>> kept_;
-  uint64_t keptBytes_ = 0;
-  // Guarded by mutex_. Capacity of each block of the kept range now lent out.
-  std::unordered_map<const uint8_t*, uint64_t> lent_;
+  wisp::Mutex mutex_;
+  // (capacity, block), oldest first.
+  std::vector<std::pair<uint64_t, uint8_t*>> kept_ GUARDED_BY(mutex_);
+  uint64_t keptBytes_ GUARDED_BY(mutex_) = 0;
+  // Capacity of each block of the kept range now lent out.
+  std::unordered_map<const uint8_t*, uint64_t> lent_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

@@ -17,7 +17,7 @@ BufferQueue::BufferQueue() = default;
 BufferQueue::~BufferQueue() = default;
 
 void BufferQueue::Reset() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   std::deque<std::shared_ptr<BufferChunk>> dropped;
   chunks_.swap(dropped);
   totalBytes_.store(0);
@@ -26,7 +26,7 @@ void BufferQueue::Reset() {
 }
 
 DLReadResult BufferQueue::ReadData(void* out, uint64_t length) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   DLReadResult result;
   if (chunks_.empty()) return result;
   std::shared_ptr<BufferChunk> front = chunks_.front();
@@ -50,7 +50,7 @@ DLReadResult BufferQueue::ReadData(void* out, uint64_t length) {
 }
 
 DLResultCode BufferQueue::AppendData(std::shared_ptr<BufferChunk> chunk) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   uint64_t chunkSize = chunk ? chunk->GetSize() : 0;
   chunks_.push_back(std::move(chunk));
   // The count grows only after the chunk is visible: a reader that sees

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include <wisp/Mutex.h>
+
 #include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
@@ -30,7 +32,7 @@ bool ByteChannel::Write(const void* data, size_t length) {
   do {
     bool wake = false;
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      wisp::MutexLock lock(&mutex_);
       if (closed_) return false;
       if (ended_) break;
       written += WritePieceLocked(bytes + written, length - written);
@@ -71,7 +73,7 @@ size_t ByteChannel::WritePieceLocked(const uint8_t* data, size_t length) {
 
 void ByteChannel::End(const DLResultCode& status) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_ || ended_) return;
     ended_ = true;
     endStatus_ = status;
@@ -80,8 +82,8 @@ void ByteChannel::End(const DLResultCode& status) {
 }
 
 bool ByteChannel::WaitWhilePaused() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  resumed_.wait(lock, [this] { return !paused_ || closed_; });
+  wisp::MutexLock lock(&mutex_);
+  resumed_.wait(lock, [this]() REQUIRES(mutex_) { return !paused_ || closed_; });
   return !closed_;
 }
 
@@ -91,7 +93,7 @@ ByteChannel::ReadOutcome ByteChannel::Read(void* out, size_t capacity, Clock::Ti
   uint8_t* bytes = static_cast<uint8_t*>(out);
   ReadOutcome outcome;
   {
-    std::unique_lock<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) {
       outcome.status = ReadStatus::kClosed;
       return outcome;
@@ -108,7 +110,7 @@ size_t ByteChannel::ReadQueued(uint8_t* out, size_t capacity) {
   size_t done = 0;
   bool resumedNow = false;
   while (done < capacity) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (queued_ == 0) break;
     done += ReadPieceLocked(out + done, capacity - done);
     if (paused_ && queued_ < kResumeBelowBytes) {
@@ -135,7 +137,7 @@ size_t ByteChannel::ReadPieceLocked(uint8_t* out, size_t length) {
   return piece;
 }
 
-ByteChannel::ReadOutcome ByteChannel::WaitForBytesLocked(std::unique_lock<std::mutex>& lock, uint8_t* out,
+ByteChannel::ReadOutcome ByteChannel::WaitForBytesLocked(wisp::MutexLock& lock, uint8_t* out,
                                                          size_t capacity, Clock::TimePoint deadline) {
   ReadOutcome outcome;
   if (ended_) {
@@ -152,7 +154,7 @@ ByteChannel::ReadOutcome ByteChannel::WaitForBytesLocked(std::unique_lock<std::m
   waiter_ = &waiter;
   Clock::TimePoint stepEnd = std::min(deadline, now + kCoalesceStep);
   for (;;) {
-    clock_.WaitUntil(readable_, lock, stepEnd, [&] { return closed_ || ended_ || waiter.woken; });
+    clock_.WaitUntil(readable_, lock, stepEnd, [&]() REQUIRES(mutex_) { return closed_ || ended_ || waiter.woken; });
     now = clock_.Now();
     if (closed_ || ended_ || waiter.filled > 0 || now >= deadline) break;
     stepEnd = std::min(deadline, now + kWaitStep);
@@ -175,11 +177,11 @@ ByteChannel::ReadOutcome ByteChannel::WaitForBytesLocked(std::unique_lock<std::m
 
 void ByteChannel::SignalFlow() {
   if (!flow_) return;
-  std::lock_guard<std::mutex> flowLock(flowMutex_);
+  wisp::MutexLock flowLock(&flowMutex_);
   bool pause = false;
   uint64_t queued = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     pause = paused_;
     queued = queued_;
   }
@@ -191,7 +193,7 @@ void ByteChannel::SignalFlow() {
 void ByteChannel::Close() {
   std::deque<std::unique_ptr<Node>> dropped;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     closed_ = true;
     dropped.swap(nodes_);
     queued_ = 0;
@@ -201,22 +203,22 @@ void ByteChannel::Close() {
 }
 
 uint64_t ByteChannel::QueuedBytes() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return queued_;
 }
 
 uint64_t ByteChannel::HeldBytes() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return static_cast<uint64_t>(nodes_.size()) * kNodeBytes;
 }
 
 bool ByteChannel::Ended() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return ended_;
 }
 
 bool ByteChannel::ReaderWaits() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return waiter_ != nullptr;
 }
 

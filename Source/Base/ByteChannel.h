@@ -40,15 +40,14 @@
 #define DOWNLOADER_BASE_BYTECHANNEL_H_
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 #include <downloader/Base/DLResultCode.h>
+#include <wisp/Mutex.h>
 
 #include "Utils/clock/Clock.h"
 
@@ -112,13 +111,13 @@ class ByteChannel {
   };
 
   // Copies one piece of `data` into the waiting reader or the tail node.
-  size_t WritePieceLocked(const uint8_t* data, size_t length);
+  size_t WritePieceLocked(const uint8_t* data, size_t length) REQUIRES(mutex_);
   // Copies one piece from the head node into `out`, freeing it once drained.
-  size_t ReadPieceLocked(uint8_t* out, size_t length);
+  size_t ReadPieceLocked(uint8_t* out, size_t length) REQUIRES(mutex_);
   size_t ReadQueued(uint8_t* out, size_t capacity);
   // Nothing is queued: waits as the reader's Waiter.
-  ReadOutcome WaitForBytesLocked(std::unique_lock<std::mutex>& lock, uint8_t* out, size_t capacity,
-                                 Clock::TimePoint deadline);
+  ReadOutcome WaitForBytesLocked(wisp::MutexLock& lock, uint8_t* out, size_t capacity, Clock::TimePoint deadline)
+      REQUIRES(mutex_);
   // Tells the producer the channel's current mind, if it changed since the
   // last signal.
   void SignalFlow();
@@ -126,21 +125,19 @@ class ByteChannel {
   const FlowSignal flow_;
   Clock& clock_;
 
-  mutable std::mutex mutex_;
-  std::condition_variable readable_;
-  std::condition_variable resumed_;
-  // Guarded by mutex_.
-  std::deque<std::unique_ptr<Node>> nodes_;
-  uint64_t queued_ = 0;
-  Waiter* waiter_ = nullptr;
-  bool paused_ = false;
-  bool ended_ = false;
-  bool closed_ = false;
-  DLResultCode endStatus_;
+  mutable wisp::Mutex mutex_;
+  wisp::CondVar readable_;
+  wisp::CondVar resumed_;
+  std::deque<std::unique_ptr<Node>> nodes_ GUARDED_BY(mutex_);
+  uint64_t queued_ GUARDED_BY(mutex_) = 0;
+  Waiter* waiter_ GUARDED_BY(mutex_) = nullptr;
+  bool paused_ GUARDED_BY(mutex_) = false;
+  bool ended_ GUARDED_BY(mutex_) = false;
+  bool closed_ GUARDED_BY(mutex_) = false;
+  DLResultCode endStatus_ GUARDED_BY(mutex_);
 
-  std::mutex flowMutex_;
-  // Guarded by flowMutex_.
-  bool signalledPause_ = false;
+  wisp::Mutex flowMutex_;
+  bool signalledPause_ GUARDED_BY(flowMutex_) = false;
 };
 
 }  // namespace downloader

@@ -4,6 +4,7 @@
 // own thread, so neither a Stop nor a Start that has taken the timer away can
 // race a beat into posting to it or to its replacement.
 #include <downloader/Base/HeartPacemaker.h>
+#include <wisp/Mutex.h>
 
 #include <chrono>
 #include <utility>
@@ -39,7 +40,7 @@ void HeartPacemaker::Start(const PacemakerParams& params) {
   timer->Start();
   std::shared_ptr<MessageLooper> replaced = timer;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     timer_.swap(replaced);
     params_ = params;
   }
@@ -60,7 +61,7 @@ void HeartPacemaker::Heartbeat(std::shared_ptr<HeartPacemaker> self, PacemakerPa
 }
 
 void HeartPacemaker::ScheduleNext(const PacemakerParams& params) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (stopped_ || !timer_ || !timer_->IsLooperThread()) return;
   std::shared_ptr<HeartPacemaker> self = shared_from_this();
   timer_->PostDelayed([self, params] { Heartbeat(self, params); },
@@ -71,7 +72,7 @@ void HeartPacemaker::Stop() {
   std::shared_ptr<MessageLooper> timer;
   PacemakerParams params;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (!timer_) return;
     stopped_ = true;
     timer.swap(timer_);

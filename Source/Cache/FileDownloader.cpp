@@ -1,9 +1,9 @@
 #include <downloader/Cache/FileDownloader.h>
+#include <wisp/Mutex.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include "Utils/log/LogMessage.h"
@@ -33,22 +33,22 @@ class PreloadRegistry {
   }
 
   void SetCallback(FileDownloader::PreloadCallback callback) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     callback_ = std::move(callback);
   }
 
   FileDownloader::PreloadCallback Callback() {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     return callback_;
   }
 
   void AddDownload(int64_t downloadId, int32_t identity) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     identities_[downloadId] = identity;
   }
 
   bool FindIdentity(int64_t downloadId, int32_t* identity) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     auto found = identities_.find(downloadId);
     if (found == identities_.end()) return false;
     *identity = found->second;
@@ -56,14 +56,14 @@ class PreloadRegistry {
   }
 
   void SetCountdowns(int32_t identity, int32_t count) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     tasksLeft_[identity] = count;
     closesLeft_[identity] = count;
     errorsLeft_[identity] = kErrorsBeforeSpeaking;
   }
 
   int32_t Step(Countdown which, int32_t identity) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     std::map<int32_t, int32_t>& counters = CountersOf(which);
     auto found = counters.find(identity);
     if (found == counters.end()) return kDidNotCount;
@@ -90,13 +90,12 @@ class PreloadRegistry {
     return errorsLeft_;
   }
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  FileDownloader::PreloadCallback callback_;
-  std::map<int64_t, int32_t> identities_;
-  std::map<int32_t, int32_t> tasksLeft_;
-  std::map<int32_t, int32_t> closesLeft_;
-  std::map<int32_t, int32_t> errorsLeft_;
+  wisp::Mutex mutex_;
+  FileDownloader::PreloadCallback callback_ GUARDED_BY(mutex_);
+  std::map<int64_t, int32_t> identities_ GUARDED_BY(mutex_);
+  std::map<int32_t, int32_t> tasksLeft_ GUARDED_BY(mutex_);
+  std::map<int32_t, int32_t> closesLeft_ GUARDED_BY(mutex_);
+  std::map<int32_t, int32_t> errorsLeft_ GUARDED_BY(mutex_);
 };
 
 // The two figures of a multi-source speed answer "A_B"; an answer without

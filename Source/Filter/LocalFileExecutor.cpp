@@ -5,6 +5,7 @@
 
 #include <downloader/Filter/LocalFileFilter.h>
 #include <downloader/Pipe/ConfigReader.h>
+#include <wisp/Mutex.h>
 
 #include "Base/Settings.h"
 #include "Platform/FileSystem.h"
@@ -37,7 +38,7 @@ DLResultCode LocalFileExecutor::Open(const std::shared_ptr<URI>& uri) {
   uint64_t size = 0;
   if (status.ok()) status = file->Size(&size);
 
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   file_.reset();
   opened_ = false;
   fileSize_ = 0;
@@ -63,7 +64,7 @@ DLResultCode LocalFileExecutor::WaitOpenResult() { return DLResultCode(kDLSucces
 
 DLReadResult LocalFileExecutor::Read(Packet& packet) {
   DLReadResult result;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!opened_) {
     result.Set(kDLFailure, 0, kNotOpenSubCode);
     return result;
@@ -95,7 +96,7 @@ DLReadResult LocalFileExecutor::Read(Packet& packet) {
 }
 
 DLResultCode LocalFileExecutor::Seek(int64_t offset) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!opened_) return DLResultCode(kDLFailure, kNotOpenSubCode);
   if (offset < 0) return DLResultCode(kDLFailure, kNoDetail);
   readPosition_ = offset;
@@ -103,12 +104,12 @@ DLResultCode LocalFileExecutor::Seek(int64_t offset) {
 }
 
 int64_t LocalFileExecutor::GetFileSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return fileSize_;
 }
 
 DLResultCode LocalFileExecutor::Close() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (opened_) {
     DL_LOGI << "file stream close";
     file_.reset();

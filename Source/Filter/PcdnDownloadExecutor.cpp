@@ -10,6 +10,7 @@
 #include <downloader/Base/HeartPacemaker.h>
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Stream/PcdnInterfaceHelper.h>
+#include <wisp/Mutex.h>
 
 #include "Base/ByteChannel.h"
 #include "Base/Settings.h"
@@ -35,23 +36,22 @@ class ExecutorRegistry {
     return *registry;
   }
   void Add(int64_t id, const std::weak_ptr<PcdnDownloadExecutor>& executor) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     executors_[id] = executor;
   }
   void Remove(int64_t id) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     executors_.erase(id);
   }
   std::shared_ptr<PcdnDownloadExecutor> Find(int64_t id) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     auto found = executors_.find(id);
     return found == executors_.end() ? nullptr : found->second.lock();
   }
 
  private:
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::map<int64_t, std::weak_ptr<PcdnDownloadExecutor>> executors_;
+  wisp::Mutex mutex_;
+  std::map<int64_t, std::weak_ptr<PcdnDownloadExecutor>> executors_ GUARDED_BY(mutex_);
 };
 
 }  // namespace
@@ -67,7 +67,7 @@ PcdnDownloadExecutor::~PcdnDownloadExecutor() { Close(); }
 DLResultCode PcdnDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
   if (uri == nullptr) return DLResultCode(kDLFailure, kOpenFailedSubCode);
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
   }
   url_ = uri->GetStringRep();
@@ -78,13 +78,13 @@ DLResultCode PcdnDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
   const int64_t id = PcdnInterfaceHelper::dlPCDNOpen(url_.c_str(), kEngineMode, "");
   if (id <= 0) {
     DL_LOGW << "pcdn open failed, url:" << url_ << ", id:" << id;
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     openFailed_ = true;
     return DLResultCode(kDLFailure, kOpenFailedSubCode);
   }
   ExecutorRegistry::Instance().Add(id, weak_from_this());
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     downloadId_ = id;
   }
   if (settings.pcdnHeartbeat) {
@@ -94,7 +94,7 @@ DLResultCode PcdnDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
   DLResultCode started = StartRead(offset, true);
   DLResultCode result = started.IsSuccess() ? WaitFirstEvent() : started;
   if (!result.IsSuccess()) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     openFailed_ = true;
   }
   return result;
@@ -110,7 +110,7 @@ DLResultCode PcdnDownloadExecutor::StartRead(int64_t offset, bool freshChannel) 
   int64_t id = 0;
   std::shared_ptr<ByteChannel> replaced;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return DLResultCode(kDLFailure, kClosedSubCode);
     id = downloadId_;
     if (freshChannel || channel_ == nullptr) {
@@ -139,7 +139,7 @@ DLResultCode PcdnDownloadExecutor::StartRead(int64_t offset, bool freshChannel) 
 DLResultCode PcdnDownloadExecutor::WaitFirstEvent() {
   Clock& clock = LibraryContext::Current().clock();
   const Clock::TimePoint deadline = clock.Now() + std::chrono::milliseconds(readTimeoutMs_);
-  std::unique_lock<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   while (!firstEvent_ && !closed_) {
     const Clock::TimePoint now = clock.Now();
     if (now >= deadline) {
@@ -169,7 +169,7 @@ void PcdnDownloadExecutor::StartHeartbeat(int32_t playerId, int64_t downloadId) 
   };
   auto pacemaker = HeartPacemaker::Create();
   pacemaker->Start(params);
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   pacemaker_ = std::move(pacemaker);
 }
 
@@ -191,11 +191,11 @@ int PcdnDownloadExecutor::OnEngineRead(int64_t id, int64_t offset, int kind, con
 
 int PcdnDownloadExecutor::HandleEngineRead(int64_t offset, int kind, const char* data, int64_t length,
                                            int64_t total, int code) {
-  std::lock_guard<std::mutex> delivery(deliveryMutex_);
+  wisp::MutexLock delivery(&deliveryMutex_);
   std::shared_ptr<ByteChannel> channel;
   bool end = false;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_ || channel_ == nullptr || channel_->Ended()) return kStopDelivering;
     if (offset != nextOffset_) return kStopDelivering;  // a replaced read
     if (total > 0) totalSize_ = total;
@@ -221,7 +221,7 @@ int PcdnDownloadExecutor::HandleEngineRead(int64_t offset, int kind, const char*
   }
   int answer = kGoOn;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (stopDelivery_ && kind == kPcdnReadData) answer = kStopDelivering;
     firstEvent_ = true;
   }
@@ -230,7 +230,7 @@ int PcdnDownloadExecutor::HandleEngineRead(int64_t offset, int kind, const char*
 }
 
 void PcdnDownloadExecutor::ApplyFlow(bool pause, uint64_t queuedBytes) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (pause) {
     stopDelivery_ = true;
     DL_LOGD << "pcdn delivery paused, queued:" << queuedBytes;
@@ -242,7 +242,7 @@ void PcdnDownloadExecutor::ApplyFlow(bool pause, uint64_t queuedBytes) {
 void PcdnDownloadExecutor::ResumeIfDue() {
   int64_t offset = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (!resumeDue_ || closed_) return;
     resumeDue_ = false;
     offset = nextOffset_;
@@ -252,7 +252,7 @@ void PcdnDownloadExecutor::ResumeIfDue() {
   if (resumed.IsSuccess()) return;
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     channel = channel_;
   }
   if (channel != nullptr) channel->End(DLResultCode(kDLFailure, resumed.subCode));
@@ -266,7 +266,7 @@ DLReadResult PcdnDownloadExecutor::Read(Packet& packet) {
   if (packet.GetSize() == 0 || packet.GetBuffer() == nullptr) return result;
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_ || openFailed_ || channel_ == nullptr) {
       static_cast<DLResultCode&>(result) = FailedResult();
       return result;
@@ -290,7 +290,7 @@ DLReadResult PcdnDownloadExecutor::Read(Packet& packet) {
     case ByteChannel::ReadStatus::kTimedOut:
       break;
   }
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   timedOut_ = true;
   DL_LOGW << "pcdn read timed out after " << readTimeoutMs_ << " ms, id:" << downloadId_;
   result.Set(kDLFailure, 0, kTimeoutSubCode);
@@ -305,7 +305,7 @@ DLResultCode PcdnDownloadExecutor::FailedResult() const {
 
 DLResultCode PcdnDownloadExecutor::Seek(int64_t offset) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_ || openFailed_ || downloadId_ <= 0) return FailedResult();
   }
   if (offset < 0) return DLResultCode(kDLFailure, kReadRefusedSubCode);
@@ -319,7 +319,7 @@ DLResultCode PcdnDownloadExecutor::Close() {
   std::shared_ptr<HeartPacemaker> pacemaker;
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return DLResultCode(kDLSuccess, 0);
     closed_ = true;
     id = downloadId_;
@@ -333,7 +333,12 @@ DLResultCode PcdnDownloadExecutor::Close() {
   if (id > 0) {
     ExecutorRegistry::Instance().Remove(id);
     PcdnInterfaceHelper::dlPCDNClose(id);
-    DL_LOGI << "pcdn close, id:" << id << ", received:" << receivedBytes_;
+    uint64_t received = 0;
+    {
+      wisp::MutexLock lock(&mutex_);
+      received = receivedBytes_;
+    }
+    DL_LOGI << "pcdn close, id:" << id << ", received:" << received;
   }
   return DLResultCode(kDLSuccess, 0);
 }
@@ -341,19 +346,19 @@ DLResultCode PcdnDownloadExecutor::Close() {
 // --- Simple queries --------------------------------------------------------
 
 int64_t PcdnDownloadExecutor::GetFileSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return totalSize_;
 }
 
 bool PcdnDownloadExecutor::IsReady() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return firstEvent_;
 }
 
 void PcdnDownloadExecutor::SetHint(const std::string& /*hint*/) {}
 
 std::string PcdnDownloadExecutor::GetInfo(const std::string& key) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (key == "downloaded_size") return std::to_string(receivedBytes_);
   if (key == "download_id") return std::to_string(downloadId_);
   if (key == "executor_name") return "pcdn_download_filter";

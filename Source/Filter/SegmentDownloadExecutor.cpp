@@ -6,6 +6,7 @@
 
 #include <downloader/Base/BufferChunk.h>
 #include <downloader/Storage/CacheWriter.h>
+#include <wisp/Mutex.h>
 
 #include "Base/ByteChannel.h"
 #include "Utils/context/LibraryContext.h"
@@ -58,7 +59,7 @@ DLResultCode SegmentDownloadExecutor::Open(const std::shared_ptr<URI>& uri) {
   }
   Wait(openTimeoutMs);
   DL_LOGD << tag_ << "open,finish wait";
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (startOffset > 0) {
     DL_LOGD << tag_ << "open,seek,result:" << !errorSeen_ << ",file_size:" << fileSize_;
   }
@@ -90,8 +91,8 @@ void SegmentDownloadExecutor::Wait(int64_t waitMs) {
   }
   Clock& clock = LibraryContext::Current().clock();
   const Clock::TimePoint deadline = clock.Now() + std::chrono::milliseconds(waitMs);
-  std::unique_lock<std::mutex> lock(mutex_);
-  auto settled = [this] { return fileSize_ > 0 || errorSeen_ || closed_; };
+  wisp::MutexLock lock(&mutex_);
+  auto settled = [this]() REQUIRES(mutex_) { return fileSize_ > 0 || errorSeen_ || closed_; };
   while (!settled() && clock.Now() < deadline) {
     if (!clock.WaitUntil(changed_, lock, std::min<Clock::TimePoint>(deadline, clock.Now() + ByteChannel::kWaitStep),
                          settled)) {
@@ -103,7 +104,7 @@ void SegmentDownloadExecutor::Wait(int64_t waitMs) {
 void SegmentDownloadExecutor::StartReading(int64_t offset) {
   StopReading();
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     channel_ = std::make_shared<ByteChannel>();
     startOffset_ = offset;
     readOffset_ = offset;
@@ -111,7 +112,7 @@ void SegmentDownloadExecutor::StartReading(int64_t offset) {
     errorSeen_ = false;
     errorSubCode_ = 0;
   }
-  std::lock_guard<std::mutex> side(readSideMutex_);
+  wisp::MutexLock side(&readSideMutex_);
   readSide_.reset(new storage::SegmentReadSide(fileName_, jobId_, this));
   readSide_->Start(offset);
 }
@@ -119,12 +120,12 @@ void SegmentDownloadExecutor::StartReading(int64_t offset) {
 void SegmentDownloadExecutor::StopReading() {
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     channel = channel_;
   }
   // A Read that waits in it returns now.
   if (channel != nullptr) channel->Close();
-  std::lock_guard<std::mutex> side(readSideMutex_);
+  wisp::MutexLock side(&readSideMutex_);
   if (readSide_) readSide_->Stop();
   readSide_.reset();
 }
@@ -134,7 +135,7 @@ DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
   const Clock::TimePoint deadline = LibraryContext::Current().clock().Now() + std::chrono::milliseconds(readWaitMs_);
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     DL_LOGT << tag_ << "read,offset:" << readOffset_;
     if (closed_ || fileSize_ <= 0) {
       result.Set(kDLFailure, 0, OpenResultLocked().subCode);
@@ -152,11 +153,11 @@ DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
   switch (outcome.status) {
     case ByteChannel::ReadStatus::kBytes:
       {
-        std::lock_guard<std::mutex> lock(mutex_);
+        wisp::MutexLock lock(&mutex_);
         readOffset_ += static_cast<int64_t>(outcome.bytes);
       }
       {
-        std::lock_guard<std::mutex> side(readSideMutex_);
+        wisp::MutexLock side(&readSideMutex_);
         if (readSide_) readSide_->Consumed(outcome.bytes);
       }
       DL_LOGT << tag_ << "read,queue read size:" << outcome.bytes;
@@ -167,7 +168,7 @@ DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
       result.Set(outcome.end.code, 0, outcome.end.subCode);
       break;
     case ByteChannel::ReadStatus::kClosed: {
-      std::lock_guard<std::mutex> lock(mutex_);
+      wisp::MutexLock lock(&mutex_);
       result.Set(kDLFailure, 0, OpenResultLocked().subCode);
       break;
     }
@@ -182,23 +183,23 @@ DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
 DLResultCode SegmentDownloadExecutor::Seek(int64_t offset) {
   DL_LOGD << tag_ << "seek to " << offset;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_ || fileSize_ <= 0 || offset < 0) return DLResultCode(kDLFailure, OpenResultLocked().subCode);
   }
   StartReading(offset);
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return StartFailedLocked() ? DLResultCode(kDLFailure, errorSubCode_) : DLResultCode(kDLSuccess, 0);
 }
 
 int64_t SegmentDownloadExecutor::GetFileSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return fileSize_;
 }
 
 DLResultCode SegmentDownloadExecutor::Close() {
   DL_LOGD << tag_ << "handle close";
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     closed_ = true;
   }
   changed_.notify_all();
@@ -212,7 +213,7 @@ void SegmentDownloadExecutor::SetHint(const std::string& /*hint*/) {}
 std::string SegmentDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "is_loaded_from_cache") return "1";
   if (key == "executor_name") return "segment_download_filter";
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (key == "memory_usage") return std::to_string(channel_->HeldBytes());
   if (key == "downloaded_size") return std::to_string(received_);
   return std::string();
@@ -221,7 +222,7 @@ std::string SegmentDownloadExecutor::GetInfo(const std::string& key) {
 void SegmentDownloadExecutor::OnOpen(int64_t fileSize) {
   DL_LOGD << tag_ << "onOpen,file_size:" << fileSize;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     fileSize_ = fileSize;
   }
   changed_.notify_all();
@@ -231,7 +232,7 @@ void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, std::shared_ptr<Buf
   uint64_t size = bytes ? bytes->GetSize() : 0;
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) {
       DL_LOGD << tag_ << "onsegmentbyte,closed";
       return;
@@ -254,7 +255,7 @@ void SegmentDownloadExecutor::OnSegmentError(int64_t subCode) {
   DL_LOGD << tag_ << "onError,sub_code:" << subCode;
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     errorSeen_ = true;
     errorSubCode_ = subCode;
     channel = channel_;

@@ -25,14 +25,13 @@
 #ifndef DOWNLOADER_FILTER_SEGMENTDOWNLOADEXECUTOR_H_
 #define DOWNLOADER_FILTER_SEGMENTDOWNLOADEXECUTOR_H_
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Pipe/ConfigReader.h>
+#include <wisp/Mutex.h>
 
 #include "Base/Settings.h"
 #include "Storage/SegmentReadSide.h"
@@ -69,8 +68,8 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
   void StopReading();
   // Waits up to `waitMs` for the file size or an error.
   void Wait(int64_t waitMs);
-  DLResultCode OpenResultLocked() const;
-  bool StartFailedLocked() const;
+  DLResultCode OpenResultLocked() const REQUIRES(mutex_);
+  bool StartFailedLocked() const REQUIRES(mutex_);
 
   // Constant after construction.
   const ConfigPtr config_;
@@ -83,21 +82,20 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
 
   // The reading thread never takes readSideMutex_, so it may be held while
   // Stop joins that thread.
-  std::mutex readSideMutex_;
-  // Guarded by readSideMutex_: Close may stop it from another thread.
-  std::unique_ptr<storage::SegmentReadSide> readSide_;
+  wisp::Mutex readSideMutex_;
+  // Close may stop it from another thread.
+  std::unique_ptr<storage::SegmentReadSide> readSide_ GUARDED_BY(readSideMutex_);
 
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  // Guarded by mutex_.
-  std::shared_ptr<ByteChannel> channel_;
-  int64_t startOffset_ = 0;
-  uint64_t received_ = 0;
-  int64_t readOffset_ = 0;
-  int64_t fileSize_ = 0;
-  bool closed_ = false;
-  bool errorSeen_ = false;
-  int64_t errorSubCode_ = 0;
+  mutable wisp::Mutex mutex_;
+  wisp::CondVar changed_;
+  std::shared_ptr<ByteChannel> channel_ GUARDED_BY(mutex_);
+  int64_t startOffset_ GUARDED_BY(mutex_) = 0;
+  uint64_t received_ GUARDED_BY(mutex_) = 0;
+  int64_t readOffset_ GUARDED_BY(mutex_) = 0;
+  int64_t fileSize_ GUARDED_BY(mutex_) = 0;
+  bool closed_ GUARDED_BY(mutex_) = false;
+  bool errorSeen_ GUARDED_BY(mutex_) = false;
+  int64_t errorSubCode_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace downloader

@@ -6,6 +6,7 @@
 
 #include <downloader/Filter/SubCode.h>
 #include <downloader/Pipe/ConfigReader.h>
+#include <wisp/Mutex.h>
 #include <wisp/http/Metrics.h>
 #include <wisp/http/WispClient.h>
 
@@ -134,7 +135,7 @@ DownloaderSettings WispDownloadExecutor::ReadSettings(const std::shared_ptr<URI>
   }
   ReadTrackInfo();
 
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (playerBufferMs_ < 0) playerBufferMs_ = openBufferMs_;
   return settings;
 }
@@ -159,7 +160,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
   }
   int64_t playerBufferMs = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return InterruptedResult();
     playerBufferMs = playerBufferMs_;
   }
@@ -172,7 +173,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
   if (!firstBytes.empty()) channel->Write(firstBytes.data(), firstBytes.size());
   std::shared_ptr<ByteChannel> replaced;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return InterruptedResult();
     call_ = call;
     response_.reset();
@@ -203,7 +204,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
   if (!request.refusal.empty()) {
     DL_LOGE << logTag_ << "] request refused, not sent: " << request.refusal;
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      wisp::MutexLock lock(&mutex_);
       headerRefused_ = true;
     }
     wisp::http::Error refused;
@@ -222,7 +223,7 @@ DLResultCode WispDownloadExecutor::StartRequest(int64_t seekOffset, const std::s
 void WispDownloadExecutor::EndCurrentRequest() {
   std::shared_ptr<wisp::http::IRequestCall> call;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     call = call_;
   }
   if (call == nullptr) return;
@@ -231,12 +232,12 @@ void WispDownloadExecutor::EndCurrentRequest() {
   EndReceiving();
   RefreshRecord();
   HashDump();
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (call_ == call) call_.reset();
 }
 
 WispDownloadExecutor::WaitOutcome WispDownloadExecutor::WaitForResponse() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   for (;;) {
     if (closed_) return WaitOutcome::kInterrupted;
     if (response_ != nullptr) return WaitOutcome::kResponded;
@@ -255,7 +256,7 @@ DLResultCode WispDownloadExecutor::OpenOutcome(WaitOutcome outcome) {
     case WaitOutcome::kFailed:
       break;
   }
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   const int64_t subCode = FailureSubCodeLocked();
   if (subCode == HttpErrorCode::kTimeout) timedOut_ = true;
   return DLResultCode(kDLFailure, subCode);
@@ -275,7 +276,7 @@ DLReadResult WispDownloadExecutor::Read(Packet& packet) {
   if (packet.GetSize() == 0 || packet.GetBuffer() == nullptr) return result;
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) {
       static_cast<DLResultCode&>(result) = InterruptedResult();
       return result;
@@ -305,7 +306,7 @@ DLReadResult WispDownloadExecutor::Read(Packet& packet) {
   }
   if (fastRead_) return result;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     timedOut_ = true;
     readTimedOut_ = true;
   }
@@ -348,7 +349,7 @@ void WispDownloadExecutor::ApplyFlow(const std::weak_ptr<wisp::http::IRequestCal
 DLResultCode WispDownloadExecutor::Seek(int64_t offset) {
   DL_LOGI << logTag_ << "] WispDownloadExecutor seek to offset:" << offset << " this:" << this;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return InterruptedResult();
     if (!everResponded_) {
       const int64_t subCode = FailureSubCodeLocked();
@@ -372,7 +373,7 @@ DLResultCode WispDownloadExecutor::Seek(int64_t offset) {
 DLResultCode WispDownloadExecutor::Close() {
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return DLResultCode(kDLSuccess, 0);
     closed_ = true;
     channel = channel_;
@@ -383,7 +384,7 @@ DLResultCode WispDownloadExecutor::Close() {
   RequestRecord record;
   int64_t totalSize = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     channel_.reset();
     record = record_;
     totalSize = totalSize_;
@@ -399,18 +400,18 @@ DLResultCode WispDownloadExecutor::Close() {
 // --- Simple queries --------------------------------------------------------
 
 int64_t WispDownloadExecutor::GetFileSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return totalSize_;
 }
 
 bool WispDownloadExecutor::IsReady() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return ready_;
 }
 
 void WispDownloadExecutor::SetHint(const std::string& hint) {
   if (hint != "pcdn_not_respond") return;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   pcdnNotRespond_ = true;
 }
 
@@ -424,7 +425,7 @@ void WispDownloadExecutor::SetStatsSink(std::shared_ptr<StreamStats> stats) {
 }
 
 void WispDownloadExecutor::SetPlayerBufferDuration(int64_t milliseconds) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   playerBufferMs_ = milliseconds;
 }
 
@@ -440,7 +441,7 @@ void WispDownloadExecutor::GetExtraChannelInfo(std::map<std::string, std::string
 
 void WispDownloadExecutor::OnResponse(wisp::http::IRequestCall* call, std::shared_ptr<wisp::http::Response> response) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (!IsCurrent(call)) return;
     response_ = response;
     responseTime_ = ContextNow();
@@ -456,7 +457,7 @@ void WispDownloadExecutor::OnResponse(wisp::http::IRequestCall* call, std::share
 void WispDownloadExecutor::OnBytes(wisp::http::IRequestCall* call, const uint8_t* data, size_t length) {
   std::shared_ptr<ByteChannel> channel;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (!IsCurrent(call) || channel_ == nullptr) {
       DL_LOGD << logTag_ << "error! cur_queue is null";
       return;
@@ -479,7 +480,7 @@ void WispDownloadExecutor::OnError(wisp::http::IRequestCall* call, const wisp::h
   std::shared_ptr<ByteChannel> channel;
   int64_t subCode = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (!IsCurrent(call)) return;
     error_ = error;
     channel = channel_;
@@ -497,7 +498,7 @@ void WispDownloadExecutor::OnComplete(wisp::http::IRequestCall* call) {
   std::shared_ptr<ByteChannel> channel;
   uint64_t receivedBytes = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (!IsCurrent(call)) return;
     channel = channel_;
     receivedBytes = receivedBytes_;
@@ -524,13 +525,13 @@ void WispDownloadExecutor::OnStatusPhase(wisp::http::IRequestCall* call, wisp::h
 void WispDownloadExecutor::RefreshRecord() {
   std::shared_ptr<wisp::http::IRequestCall> call;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     call = call_;
   }
   if (call == nullptr) return;  // the last request's record stands
   const wisp::http::MetricsInfo metrics = call->GetMetrics();
 
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   RequestRecord record;
   record["effectiveUrl"] = response_ != nullptr ? response_->EffectiveUrl() : requestUrl_;
   record["header"] = response_ != nullptr ? response_->GetHeaders().ToString() : std::string();
@@ -567,7 +568,7 @@ std::string WispDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "player_event") return PlayerEventText();
   const bool fromRecord = key == "download_time" || key == "download_size" || key == "effective_url" || key == "cdn_ip";
   if (fromRecord) RefreshRecord();
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (key == "download_time") return record_["downloadTime"];
   if (key == "download_size") return record_["downloadSize"];
   if (key == "effective_url") return record_["effectiveUrl"];
@@ -614,7 +615,7 @@ std::string WispDownloadExecutor::PlayerEventText() {
   RefreshRecord();
   std::string text = "@BizType>wisp";
   auto add = [&text](const char* name, const std::string& value) { text += std::string("^") + name + ">" + value; };
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (request_->jobType) add("job_type", *request_->jobType);
   add("open_buffer", std::to_string(openBufferMs_));
   if (request_->channelType) add("channelType", *request_->channelType);
@@ -631,7 +632,7 @@ void WispDownloadExecutor::HashDump() {
   int64_t end = 0;
   uint64_t total = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (hash_ == nullptr) return;
     digest = hash_->FinalHex();
     hash_.reset();
@@ -647,7 +648,7 @@ void WispDownloadExecutor::ReportLastInfo() {
   if (!reportLast_ || preload_) return;
   RequestRecord record;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     record = record_;
   }
   if (record.empty()) return;  // no request was made

@@ -2,15 +2,15 @@
 
 #include <cstdio>
 #include <deque>
-#include <mutex>
+
+#include <wisp/Mutex.h>
 
 namespace downloader {
 namespace {
 
 struct Registry {
-  std::mutex mutex;
-  // Guarded by mutex.
-  std::map<int32_t, std::deque<WispLastReports::Record>> byPlayer;
+  wisp::Mutex mutex;
+  std::map<int32_t, std::deque<WispLastReports::Record>> byPlayer GUARDED_BY(mutex);
 };
 
 Registry& TheRegistry() {
@@ -44,7 +44,7 @@ void AppendJsonString(const std::string& text, std::string* out) {
 
 std::vector<WispLastReports::Record> WispLastReports::Keep(int32_t playerId, const Record& record) {
   Registry& registry = TheRegistry();
-  std::lock_guard<std::mutex> lock(registry.mutex);
+  wisp::MutexLock lock(&registry.mutex);
   std::deque<Record>& kept = registry.byPlayer[playerId];
   kept.push_back(record);
   while (kept.size() > kKeptPerPlayer) kept.pop_front();

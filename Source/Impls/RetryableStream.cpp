@@ -12,6 +12,7 @@
 #include <downloader/Storage/CacheWriter.h>
 #include <downloader/Strategy/DrainCalculatorFactory.h>
 #include <downloader/Strategy/Source.h>
+#include <wisp/Mutex.h>
 
 #include "Base/RequestKind.h"
 #include "Impls/DownloadLevels.h"
@@ -48,10 +49,6 @@ std::shared_ptr<URI> WithParams(const std::shared_ptr<URI>& uri, const StreamPar
       .Build();
 }
 
-int32_t ClampToInt32(int64_t value) {
-  return static_cast<int32_t>(std::min<int64_t>(value, std::numeric_limits<int32_t>::max()));
-}
-
 std::string ResultText(const DLResultCode& result) {
   std::string text = "code:" + std::to_string(result.code) + ",sub_code:" + std::to_string(result.subCode);
   std::string tag = SubCodeTag(result.subCode);
@@ -83,7 +80,7 @@ void RetryableStream::SetPipeline(DownloadPipeline* pipeline) { pipeline_ = pipe
 void RetryableStream::SetTunnel(std::shared_ptr<ITunnel> tunnel) { tunnel_ = std::move(tunnel); }
 
 void RetryableStream::SetStreamSettings(const StreamParams& settings) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   settings_ = settings;
   if (!uri_) params_ = settings;
 }
@@ -103,7 +100,7 @@ void RetryableStream::OnStreamingStateUpdated(StreamingState state) { controller
 void RetryableStream::OnPulseDataUpdated(const PulseData& data) { controller_->OnPulseDataUpdated(data); }
 
 std::string RetryableStream::GetParam(const std::string& key) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return ReadParamString(params_, key, std::string());
 }
 
@@ -129,7 +126,7 @@ DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
     DL_LOGI << "FLOWRATE-> can't set open cb due to m3u8!";
     DLResultCode result = OpenWalk();
     FinishOpen(result);
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     asyncDone_ = true;
     asyncResult_ = result;
     return DLResultCode(kDLSuccess, 0);
@@ -141,7 +138,7 @@ DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
 
 void RetryableStream::RunAsyncOpen() {
   DLResultCode result = OpenWalk();
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   asyncDone_ = true;
   asyncResult_ = result;
   asyncDoneChanged_.notify_all();
@@ -149,16 +146,16 @@ void RetryableStream::RunAsyncOpen() {
 
 DLResultCode RetryableStream::IsOpenReady() {
   if (!opener_.joinable()) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     return asyncDone_ ? asyncResult_ : DLResultCode(kDLFailure, kNotOpenSubCode);
   }
   int32_t checkMs = openSettings_.asyncOpenCheckMs;
   bool done = false;
   {
     Clock& clock = LibraryContext::Current().clock();
-    std::unique_lock<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     done = clock.WaitUntil(asyncDoneChanged_, lock, clock.Now() + std::chrono::milliseconds(std::max(checkMs, 1)),
-                           [this] { return asyncDone_; });
+                           [this]() REQUIRES(mutex_) { return asyncDone_; });
   }
   if (!done) {
     int64_t timeoutMs = openSettings_.asyncOpenTimeoutMs;
@@ -176,7 +173,7 @@ DLResultCode RetryableStream::IsOpenReady() {
     }
     opened_ = false;
     openResult_ = DLResultCode(kDLFailure, kOpenTimeoutSubCode);
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     asyncResult_ = openResult_;
   }
   return openResult_;
@@ -185,7 +182,7 @@ DLResultCode RetryableStream::IsOpenReady() {
 void RetryableStream::CancelOpening() {
   std::shared_ptr<IDownloadExecutor> opening;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     cancelled_ = true;
     opening = openingExecutor_;
   }
@@ -198,7 +195,7 @@ void RetryableStream::JoinOpener() {
   opener_.join();
   DLResultCode result;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     result = asyncResult_;
   }
   FinishOpen(result);
@@ -211,13 +208,13 @@ DLResultCode RetryableStream::PrepareOpen(const std::shared_ptr<URI>& uri, const
   }
   StreamParams params;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     params = settings_;
   }
   for (const auto& keyAndValue : uri->GetParams()) params[keyAndValue.first] = keyAndValue.second;
   std::shared_ptr<URI> request = WithParams(uri, params);
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     params_ = params;
     uri_ = request;
   }
@@ -308,7 +305,7 @@ DLResultCode RetryableStream::OpenWalk() {
 std::shared_ptr<URI> RetryableStream::RequestAtOffset() {
   std::shared_ptr<URI> request;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     request = uri_;
   }
   if (offset_ == 0 && !request->ContainsParamKey("range_start")) return request;
@@ -337,7 +334,7 @@ RetryableStream::LevelAttempt RetryableStream::OpenAtLevel(DLDownloadLevel level
     }
     executor->SetStatsSink(stats_);
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      wisp::MutexLock lock(&mutex_);
       if (cancelled_) {
         attempt.result = DLResultCode(kDLFailure, kClosedSubCode);
         return true;
@@ -349,7 +346,7 @@ RetryableStream::LevelAttempt RetryableStream::OpenAtLevel(DLDownloadLevel level
     attempt.result = executor->Open(request);
     bool cancelled = false;
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      wisp::MutexLock lock(&mutex_);
       openingExecutor_.reset();
       cancelled = cancelled_;
     }
@@ -611,7 +608,7 @@ void RetryableStream::MaybeStartSegmentWriter() {
   fileSize_ = fileSize;
   std::shared_ptr<URI> request;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     request = uri_;
   }
   segmentWriter_ = storage::CacheWriter::CreateSegmentWriter(config_, request, static_cast<uint64_t>(fileSize));

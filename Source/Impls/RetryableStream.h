@@ -34,12 +34,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -50,6 +48,7 @@
 #include <downloader/Impls/IStream.h>
 #include <downloader/Pipe/StatsStage.h>
 #include <downloader/Strategy/DrainCalculator.h>
+#include <wisp/Mutex.h>
 
 #include "Base/Settings.h"
 #include "Base/StreamStats.h"
@@ -144,7 +143,8 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   DLReadResult InternalRead(void* buffer, uint64_t size);
   ReadTrigger JudgeRead(DLReadResult* result);
   bool ShouldDoDownloadLevelDegrade(DLReadResult* result);
-  bool ReadDowngradeForbidden() const;
+  // Player thread: reads params_ without the lock (see params_).
+  bool ReadDowngradeForbidden() const NO_THREAD_SAFETY_ANALYSIS;
   bool HandleReadDowngrade(ReadTrigger trigger);
 
   // Segment writing.
@@ -169,16 +169,17 @@ class RetryableStream : public IStream, public std::enable_shared_from_this<Retr
   const std::shared_ptr<StreamStats> stats_;
   std::atomic<uint64_t> sequence_{0};
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  StreamParams settings_;
-  StreamParams params_;
-  std::shared_ptr<URI> uri_;
-  std::shared_ptr<IDownloadExecutor> openingExecutor_;
-  bool cancelled_ = false;
-  bool asyncDone_ = false;
-  DLResultCode asyncResult_;
-  std::condition_variable asyncDoneChanged_;
+  wisp::Mutex mutex_;
+  StreamParams settings_ GUARDED_BY(mutex_);
+  // The player thread is its only writer and reads it without the lock, which
+  // the analysis cannot tell from a read on another thread.
+  StreamParams params_ GUARDED_BY(mutex_);
+  std::shared_ptr<URI> uri_ GUARDED_BY(mutex_);
+  std::shared_ptr<IDownloadExecutor> openingExecutor_ GUARDED_BY(mutex_);
+  bool cancelled_ GUARDED_BY(mutex_) = false;
+  bool asyncDone_ GUARDED_BY(mutex_) = false;
+  DLResultCode asyncResult_ GUARDED_BY(mutex_);
+  wisp::CondVar asyncDoneChanged_;
 
   // Player thread (the opener thread while it runs).
   std::thread opener_;

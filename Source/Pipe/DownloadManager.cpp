@@ -12,6 +12,7 @@
 #include <downloader/Pipe/ConfigReader.h>
 #include <downloader/Stream/PcdnInterfaceHelper.h>
 #include <downloader/Stream/XcdnInterfaceHelper.h>
+#include <wisp/Mutex.h>
 
 #include "Base/Settings.h"
 #include "Filter/WispTotals.h"
@@ -85,34 +86,34 @@ void DownloadManager::AddNewConfig(std::shared_ptr<protocols::IConfigure> config
     ExtraChannelStrategy::GetInstance().UpdateConfig(config);
     latestConfig_->Snapshot(config);
   }
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   configs_[id] = std::move(config);
 }
 
 std::shared_ptr<protocols::IConfigure> DownloadManager::GetConfigById(int32_t id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return FindById(configs_, id);
 }
 
 int32_t DownloadManager::RemoveConfigById(int32_t id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return EraseById(configs_, id);
 }
 
 std::shared_ptr<protocols::IConfigure> DownloadManager::GetLatestConfigure() { return latestConfig_; }
 
 void DownloadManager::AddNewReporter(std::shared_ptr<protocols::IReporter> reporter, int32_t id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   reporters_[id] = std::move(reporter);
 }
 
 std::shared_ptr<protocols::IReporter> DownloadManager::GetReportById(int32_t id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return FindById(reporters_, id);
 }
 
 int32_t DownloadManager::RemoveReporterById(int32_t id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return EraseById(reporters_, id);
 }
 
@@ -170,7 +171,7 @@ void DownloadManager::SetLocalCachePath(const char* path) {
   std::string folder = path == nullptr ? std::string() : std::string(path);
   DL_LOGI << "dlsetlocalpath:" << folder;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     localCachePath_ = folder;
   }
   PrepareCacheStorage(folder);
@@ -179,7 +180,7 @@ void DownloadManager::SetLocalCachePath(const char* path) {
 std::string DownloadManager::GetLocalCachePath() {
   std::string folder;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     folder = localCachePath_;
   }
   DL_LOGI << "dlgetlocalpath:" << folder;
@@ -194,13 +195,13 @@ void DownloadManager::PrepareCacheStorage(const std::string& cacheRoot) {
 
 void DownloadManager::RegisterDownloadCompleteListener(int32_t playerId, CompleteListener listener) {
   DL_LOGI << "registercompletelistener,player:" << playerId;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   completeListeners_[playerId] = std::move(listener);
 }
 
 void DownloadManager::UnregisterDownloadCompleteListener(int32_t playerId) {
   DL_LOGI << "unregistercompletelistener,player:" << playerId;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   completeListeners_.erase(playerId);
 }
 
@@ -212,7 +213,7 @@ void DownloadManager::OnDownloadComplete(std::shared_ptr<URI> uri) {
   DL_LOGI << "ondownloadcomplete,player:" << playerId << ",file:" << uri->GetStringRep() << ",preload:" << preload;
   CompleteListener listener;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     auto found = completeListeners_.find(playerId);
     if (found == completeListeners_.end()) return;
     listener = found->second;

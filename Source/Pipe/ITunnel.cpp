@@ -1,4 +1,5 @@
 #include <downloader/Pipe/ITunnel.h>
+#include <wisp/Mutex.h>
 
 #include <utility>
 #include <vector>
@@ -41,12 +42,12 @@ void ITunnel::UpdateBufferState(BufferState state) { bufferState_.store(state); 
 void ITunnel::UpdateStreamingState(StreamingState state) { streamingState_.store(state); }
 
 void ITunnel::NotifyPulseDataUpdated(const PulseData& data) {
-  std::lock_guard<std::mutex> lock(pulseMutex_);
+  wisp::MutexLock lock(&pulseMutex_);
   pulseData_ = data;
 }
 
 PulseData ITunnel::GetPulseData() {
-  std::lock_guard<std::mutex> lock(pulseMutex_);
+  wisp::MutexLock lock(&pulseMutex_);
   return pulseData_;
 }
 
@@ -56,14 +57,14 @@ void ITunnel::AddToStreamQueue(std::shared_ptr<IStream>& stream) {
   if (!stream) return;
   uint64_t sequence = streamSequence_.fetch_add(1);
   stream->SetSequence(sequence);
-  std::lock_guard<std::mutex> lock(queueMutex_);
+  wisp::MutexLock lock(&queueMutex_);
   streamQueue_[sequence] = stream;
 }
 
 void ITunnel::RemoveFromStreamQueue(std::shared_ptr<IStream>& stream) {
   if (!stream) return;
   uint64_t sequence = stream->GetSequence();
-  std::lock_guard<std::mutex> lock(queueMutex_);
+  wisp::MutexLock lock(&queueMutex_);
   auto entry = streamQueue_.find(sequence);
   if (entry == streamQueue_.end()) return;
   // Compared by owner, without locking: another tunnel's stream may carry the
@@ -73,7 +74,7 @@ void ITunnel::RemoveFromStreamQueue(std::shared_ptr<IStream>& stream) {
 }
 
 ITunnel::StreamQueue ITunnel::CopyStreamQueue() {
-  std::lock_guard<std::mutex> lock(queueMutex_);
+  wisp::MutexLock lock(&queueMutex_);
   return streamQueue_;
 }
 
@@ -81,7 +82,7 @@ std::shared_ptr<IStream> ITunnel::ChooseStateReceiver() {
   // Declared before the lock: a stream whose other holders let go meanwhile
   // is destroyed here, after the queue lock is released.
   std::vector<std::shared_ptr<IStream>> examined;
-  std::lock_guard<std::mutex> lock(queueMutex_);
+  wisp::MutexLock lock(&queueMutex_);
   for (const auto& sequenceAndStream : streamQueue_) {
     examined.push_back(sequenceAndStream.second.lock());
     if (examined.back() && TakesStateChanges(examined.back())) return examined.back();

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include <downloader/Pipe/TunnelFinder.h>
+#include <wisp/Mutex.h>
 
 #include "Impls/RetryableStream.h"
 #include "Utils/log/LogMessage.h"
@@ -40,17 +41,17 @@ void KestrelTunnel::SetStatsCallback(DownloadPipeline::StatsCallback callback) {
 }
 
 void KestrelTunnel::SetStreamSettings(const StreamParams& settings) {
-  std::lock_guard<std::mutex> lock(settingsMutex_);
+  wisp::MutexLock lock(&settingsMutex_);
   streamSettings_ = settings;
 }
 
 void KestrelTunnel::SetPulseConsumer(std::shared_ptr<PlayStateMonitor> monitor) {
-  std::lock_guard<std::mutex> lock(settingsMutex_);
+  wisp::MutexLock lock(&settingsMutex_);
   pulseConsumer_ = std::move(monitor);
 }
 
 std::shared_ptr<PlayStateMonitor> KestrelTunnel::GetPulseConsumer() {
-  std::lock_guard<std::mutex> lock(settingsMutex_);
+  wisp::MutexLock lock(&settingsMutex_);
   return pulseConsumer_;
 }
 
@@ -67,7 +68,7 @@ void KestrelTunnel::ConfigIStream(std::shared_ptr<IStream>& stream) {
   StreamParams settings;
   std::shared_ptr<PlayStateMonitor> monitor;
   {
-    std::lock_guard<std::mutex> lock(settingsMutex_);
+    wisp::MutexLock lock(&settingsMutex_);
     settings = streamSettings_;
     monitor = pulseConsumer_;
   }

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include <downloader/Pipe/ConfigReader.h>
+#include <wisp/Mutex.h>
 
 #include "Utils/log/LogMessage.h"
 
@@ -31,7 +32,7 @@ PseudoConfig::Group* PseudoConfig::FindGroup(const std::string& group) {
 
 std::string PseudoConfig::GetValue(const std::string& group, const std::string& key,
                                    const std::string& defaultValue) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   const Group* values = FindGroup(group);
   if (values == nullptr) return defaultValue;
   auto found = values->find(key);
@@ -46,7 +47,7 @@ void PseudoConfig::Snapshot(const std::shared_ptr<protocols::IConfigure>& source
                            kHttpDownloaderKitGroup, kXcdnGroup}) {
     // Fetched outside the lock: the host's object may take its own locks.
     Group copy = source->GetGroup(name);
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     FindGroup(name)->swap(copy);
   }
 }
@@ -58,7 +59,7 @@ bool PseudoConfig::refreshConfig(const std::string& word) {
   DL_LOGI << "pseudoconfig,refresh_dsp,cfg:" << number;
   if (number == 0 || number > kLargestSwitchWord || (number & kEnableSwitchBit) == 0) return false;
   DL_LOGI << "pseudoconfig,refresh_dsp,enable_switch";
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   downloaderConfig_["enable_mp"] = std::to_string(number & kEnableMpBit);
   downloaderConfig_["force_mp_on"] = std::to_string(number & kForceMpOnBit);
   return true;

@@ -1,4 +1,5 @@
 #include <downloader/Pipe/TunnelFinder.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -14,19 +15,19 @@ TunnelFinder::~TunnelFinder() = default;
 
 void TunnelFinder::AddTunnel(const std::shared_ptr<ITunnel>& tunnel) {
   if (!tunnel) return;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   tunnels_[tunnel->GetTunnelID()] = tunnel;
 }
 
 std::weak_ptr<ITunnel> TunnelFinder::GetTunnelById(uint64_t id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   auto entry = tunnels_.find(id);
   return entry == tunnels_.end() ? std::weak_ptr<ITunnel>() : entry->second;
 }
 
 void TunnelFinder::RemoveTunnel(const std::shared_ptr<ITunnel>& tunnel) {
   if (!tunnel) return;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   tunnels_.erase(tunnel->GetTunnelID());
 }
 

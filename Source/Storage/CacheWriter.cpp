@@ -1,9 +1,8 @@
 #include <downloader/Storage/CacheWriter.h>
+#include <wisp/Mutex.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 
 #include "Base/Settings.h"
 #include "Platform/FileSystem.h"
@@ -28,11 +27,10 @@ namespace {
 constexpr char kSegmentCacheVersion[] = "v1";
 
 struct CacheRoot {
-  std::mutex mutex;
-  std::condition_variable writesDone;
-  // Guarded by mutex.
-  std::string root;
-  int64_t pendingCompletions = 0;
+  wisp::Mutex mutex;
+  wisp::CondVar writesDone;
+  std::string root GUARDED_BY(mutex);
+  int64_t pendingCompletions GUARDED_BY(mutex) = 0;
 };
 
 CacheRoot& SharedRoot() {
@@ -57,14 +55,14 @@ void CacheWriter::SetCacheRoot(const std::string& root) {
   DiskAdapterProvider& provider = DiskAdapterProvider::GetInstance();
   if (!root.empty() && !provider.isInitialized()) provider.init();
   CacheRoot& shared = SharedRoot();
-  std::lock_guard<std::mutex> lock(shared.mutex);
+  wisp::MutexLock lock(&shared.mutex);
   shared.root = root;
   DL_LOGI << "[diskcache]cache root:" << root;
 }
 
 std::string CacheWriter::GetCacheRoot() {
   CacheRoot& shared = SharedRoot();
-  std::lock_guard<std::mutex> lock(shared.mutex);
+  wisp::MutexLock lock(&shared.mutex);
   return shared.root;
 }
 
@@ -119,13 +117,13 @@ void CacheWriter::CompleteSegmentWriter(std::shared_ptr<SegmentFileWriter> write
   if (!writer) return;
   CacheRoot& shared = SharedRoot();
   {
-    std::lock_guard<std::mutex> lock(shared.mutex);
+    wisp::MutexLock lock(&shared.mutex);
     ++shared.pendingCompletions;
   }
   // Runs on the storage thread after every store posted before it.
   SegmentFileWriterDispatch::GetInstance().complete(writer, [&shared] {
     {
-      std::lock_guard<std::mutex> lock(shared.mutex);
+      wisp::MutexLock lock(&shared.mutex);
       --shared.pendingCompletions;
     }
     shared.writesDone.notify_all();
@@ -135,9 +133,9 @@ void CacheWriter::CompleteSegmentWriter(std::shared_ptr<SegmentFileWriter> write
 bool CacheWriter::WaitForPendingWrites(int64_t timeoutMs) {
   CacheRoot& shared = SharedRoot();
   Clock& clock = LibraryContext::Current().clock();
-  std::unique_lock<std::mutex> lock(shared.mutex);
+  wisp::MutexLock lock(&shared.mutex);
   return clock.WaitUntil(shared.writesDone, lock, clock.Now() + std::chrono::milliseconds(timeoutMs),
-                         [&shared] { return shared.pendingCompletions == 0; });
+                         [&shared]() REQUIRES(shared.mutex) { return shared.pendingCompletions == 0; });
 }
 
 }  // namespace storage

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <wisp/Mutex.h>
+
 #include "Storage/SegmentChunk.h"
 #include "Storage/SegmentFileV1.h"
 #include "Utils/log/LogMessage.h"
@@ -13,7 +15,7 @@ DiskAdapterIntercept::DiskAdapterIntercept(SegmentFileV1* segmentFile, int64_t j
     : segmentFile_(segmentFile), tag_("[diskcache][jobid" + std::to_string(jobId) + "_intercept]") {}
 
 uint32_t DiskAdapterIntercept::checksumOf(const platform::WritePart* parts, size_t count) {
-  std::lock_guard<std::mutex> lock(checksumMutex_);
+  wisp::MutexLock lock(&checksumMutex_);
   checksum_.reset();
   for (size_t index = 0; index < count; ++index) {
     checksum_.update(static_cast<const uint8_t*>(parts[index].data), parts[index].length);

@@ -24,9 +24,10 @@
 #define DOWNLOADER_STORAGE_DISKADAPTERINTERCEPT_H_
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 #include "Platform/FileSystem.h"
 #include "Storage/ChunkChecksum.h"
@@ -66,9 +67,8 @@ class DiskAdapterIntercept {
   SegmentFileV1* const segmentFile_;
   const std::string tag_;
 
-  std::mutex checksumMutex_;
-  // Guarded by checksumMutex_.
-  ChunkChecksum checksum_;
+  wisp::Mutex checksumMutex_;
+  ChunkChecksum checksum_ GUARDED_BY(checksumMutex_);
 };
 
 }  // namespace storage

@@ -6,6 +6,7 @@
 
 #include <downloader/Base/URI.h>
 #include <downloader/Storage/CacheWriter.h>
+#include <wisp/Mutex.h>
 
 #include "Base/Settings.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
@@ -36,7 +37,7 @@ DiskCacheCleaner::~DiskCacheCleaner() { looper_.Stop(); }
 void DiskCacheCleaner::Schedule(const ConfigPtr& config) {
   if (!DownloaderSettings::Read(config).enableCleanDisk) return;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (started_) return;
     started_ = true;
     config_ = config;
@@ -49,7 +50,7 @@ void DiskCacheCleaner::Schedule(const ConfigPtr& config) {
 void DiskCacheCleaner::RunPass() {
   ConfigPtr config;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     config = config_;
   }
   const DownloaderSettings settings = DownloaderSettings::Read(config);

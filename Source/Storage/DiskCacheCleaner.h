@@ -14,10 +14,10 @@
 #define DOWNLOADER_STORAGE_DISKCACHECLEANER_H_
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include <downloader/Pipe/ConfigReader.h>
+#include <wisp/Mutex.h>
 
 #include "Platform/FileSystem.h"
 #include "Utils/context/LibraryContext.h"
@@ -59,10 +59,9 @@ class DiskCacheCleaner {
 
   MessageLooper looper_;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  ConfigPtr config_;
-  bool started_ = false;
+  wisp::Mutex mutex_;
+  ConfigPtr config_ GUARDED_BY(mutex_);
+  bool started_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace storage

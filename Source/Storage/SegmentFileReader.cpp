@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include <wisp/Mutex.h>
+
 #include "Storage/Persistence/DiskAdapter.h"
 #include "Storage/SegmentFileV1.h"
 #include "Utils/log/LogMessage.h"
@@ -64,7 +66,7 @@ uint64_t SegmentFileReader::read(uint64_t goff, uint8_t* buffer, uint64_t nreque
   uint64_t wanted = std::min(nrequest, fileSize - goff);
   DL_LOGT << tag_ << "read,goff:" << goff << ",nrequest:" << nrequest;
 
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   uint64_t delivered = 0;
   while (delivered < wanted) {
     uint64_t position = goff + delivered;

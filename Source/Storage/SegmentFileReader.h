@@ -22,9 +22,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 #include "Storage/ChunkChecksum.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
@@ -55,22 +56,21 @@ class SegmentFileReader {
 
  private:
   // True when the kept chunk is `chunk` and may still be served.
-  bool keptChunkValidLocked(const SegmentChunk& chunk);
+  bool keptChunkValidLocked(const SegmentChunk& chunk) REQUIRES(mutex_);
   // Reads `chunk` from disk into the kept buffer.
-  bool loadChunkLocked(const SegmentChunk& chunk);
+  bool loadChunkLocked(const SegmentChunk& chunk) REQUIRES(mutex_);
 
   // Constant after construction.
   const std::string tag_;
   const std::shared_ptr<DiskAdapter> adapter_;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::vector<uint8_t> keptData_;
-  bool hasKeptChunk_ = false;
-  uint64_t keptIndex_ = 0;
+  wisp::Mutex mutex_;
+  std::vector<uint8_t> keptData_ GUARDED_BY(mutex_);
+  bool hasKeptChunk_ GUARDED_BY(mutex_) = false;
+  uint64_t keptIndex_ GUARDED_BY(mutex_) = 0;
   // Checksum of keptData_; after_read checked it against the stored one.
-  uint32_t keptCrc_ = 0;
-  ChunkChecksum checksum_;
+  uint32_t keptCrc_ GUARDED_BY(mutex_) = 0;
+  ChunkChecksum checksum_ GUARDED_BY(mutex_);
 };
 
 }  // namespace storage

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <sstream>
 
+#include <wisp/Mutex.h>
+
 #include "Storage/ByteOrder.h"
 #include "Storage/Persistence/File.h"
 #include "Utils/log/LogMessage.h"
@@ -54,7 +56,7 @@ void SegmentFileV1::resetLocked(std::shared_ptr<File> file, int64_t jobId) {
 
 bool SegmentFileV1::create(std::shared_ptr<File> file, uint64_t content_file_size, uint64_t chunk_content_size,
                            int64_t job_id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   resetLocked(std::move(file), job_id);
   if (!file_ || content_file_size == 0 || chunk_content_size == 0 ||
       content_file_size >= kContentFileSizeLimit || chunk_content_size >= kContentFileSizeLimit) {
@@ -130,7 +132,7 @@ bool SegmentFileV1::readHeaderLocked(uint64_t* contentFileSize, uint64_t* bitmap
 }
 
 bool SegmentFileV1::open(std::shared_ptr<File> file, int64_t job_id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   resetLocked(std::move(file), job_id);
   if (!file_ || !file_->canRead()) {
     DL_LOGW << tag_ << "[open]file not open for reading";
@@ -188,17 +190,17 @@ uint64_t SegmentFileV1::contentLengthOfLocked(uint64_t chunkIndex) const {
 }
 
 bool SegmentFileV1::get_segment_chunk(uint64_t goff, SegmentChunk* chunk) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return locateLocked(goff, Lookup::kRefreshBitAndReadCrc, chunk);
 }
 
 bool SegmentFileV1::refreshed_chunk_at(uint64_t goff, SegmentChunk* chunk) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return locateLocked(goff, Lookup::kRefreshBit, chunk);
 }
 
 bool SegmentFileV1::chunk_at(uint64_t goff, SegmentChunk* chunk) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return locateLocked(goff, Lookup::kGeometry, chunk);
 }
 
@@ -232,7 +234,7 @@ SegmentChunk SegmentFileV1::describeLocked(uint64_t chunkIndex) const {
 }
 
 bool SegmentFileV1::refreshed_run(uint64_t goff, uint64_t len, std::vector<SegmentChunk>* chunks) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!isValid_ || len == 0 || goff % chunkContentSize_ != 0 || goff >= contentFileSize_ ||
       len > contentFileSize_ - goff) {
     return false;
@@ -246,7 +248,7 @@ bool SegmentFileV1::refreshed_run(uint64_t goff, uint64_t len, std::vector<Segme
 }
 
 bool SegmentFileV1::commit_segment_chunk(SegmentChunk* chunk, uint32_t crc) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!isValid_) return false;
   uint64_t index = chunk->chunk_index;
   // Only a descriptor of this file may steer a write.
@@ -263,7 +265,7 @@ bool SegmentFileV1::commit_segment_chunk(SegmentChunk* chunk, uint32_t crc) {
 }
 
 bool SegmentFileV1::set_fill_state(uint64_t chunk_index, bool filled) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return setFillStateLocked(chunk_index, filled);
 }
 
@@ -285,7 +287,7 @@ bool SegmentFileV1::setFillStateLocked(uint64_t chunkIndex, bool filled) {
 }
 
 bool SegmentFileV1::update_fill_state(uint64_t chunk_index) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return updateFillStateLocked(chunk_index);
 }
 
@@ -312,7 +314,7 @@ bool SegmentFileV1::refreshFillStatesLocked(uint64_t firstIndex, uint64_t lastIn
 }
 
 bool SegmentFileV1::is_filled(uint64_t chunk_index) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return isValid_ && chunk_index < chunkCount_ && isFilledLocked(chunk_index);
 }
 
@@ -321,13 +323,13 @@ bool SegmentFileV1::isFilledLocked(uint64_t chunkIndex) const {
 }
 
 bool SegmentFileV1::slot_on_disk(const SegmentChunk& chunk) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   uint64_t fileLength = 0;
   return isValid_ && file_->size(&fileLength) && fileLength >= chunk.position + chunk.content_len;
 }
 
 uint64_t SegmentFileV1::continuous_filled_size() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!isValid_) return 0;
   uint64_t filledChunks = 0;
   for (uint8_t value : bitmap_) {
@@ -344,37 +346,37 @@ uint64_t SegmentFileV1::continuous_filled_size() {
 }
 
 uint64_t SegmentFileV1::content_file_size() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return isValid_ ? contentFileSize_ : 0;
 }
 
 uint64_t SegmentFileV1::chunk_content_size() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return isValid_ ? chunkContentSize_ : 0;
 }
 
 uint64_t SegmentFileV1::chunk_count() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return isValid_ ? chunkCount_ : 0;
 }
 
 uint64_t SegmentFileV1::bitmap_size() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return isValid_ ? bitmapSize_ : 0;
 }
 
 bool SegmentFileV1::is_valid() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return isValid_;
 }
 
 std::string SegmentFileV1::path() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return file_ ? file_->path() : std::string();
 }
 
 std::string SegmentFileV1::to_string() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return toStringLocked();
 }
 

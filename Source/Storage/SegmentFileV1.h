@@ -57,9 +57,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 #include "Storage/SegmentChunk.h"
 
@@ -151,28 +152,27 @@ class SegmentFileV1 {
  private:
   enum class Lookup { kGeometry, kRefreshBit, kRefreshBitAndReadCrc };
 
-  void resetLocked(std::shared_ptr<File> file, int64_t jobId);
-  bool locateLocked(uint64_t goff, Lookup lookup, SegmentChunk* chunk);
-  bool readHeaderLocked(uint64_t* contentFileSize, uint64_t* bitmapSize, uint64_t* chunkContentSize);
-  bool updateFillStateLocked(uint64_t chunkIndex);
-  bool refreshFillStatesLocked(uint64_t firstIndex, uint64_t lastIndex);
-  SegmentChunk describeLocked(uint64_t chunkIndex) const;
-  bool setFillStateLocked(uint64_t chunkIndex, bool filled);
-  bool isFilledLocked(uint64_t chunkIndex) const;
-  uint64_t positionOfLocked(uint64_t chunkIndex) const;
-  uint64_t contentLengthOfLocked(uint64_t chunkIndex) const;
-  std::string toStringLocked() const;
+  void resetLocked(std::shared_ptr<File> file, int64_t jobId) REQUIRES(mutex_);
+  bool locateLocked(uint64_t goff, Lookup lookup, SegmentChunk* chunk) REQUIRES(mutex_);
+  bool readHeaderLocked(uint64_t* contentFileSize, uint64_t* bitmapSize, uint64_t* chunkContentSize) REQUIRES(mutex_);
+  bool updateFillStateLocked(uint64_t chunkIndex) REQUIRES(mutex_);
+  bool refreshFillStatesLocked(uint64_t firstIndex, uint64_t lastIndex) REQUIRES(mutex_);
+  SegmentChunk describeLocked(uint64_t chunkIndex) const REQUIRES(mutex_);
+  bool setFillStateLocked(uint64_t chunkIndex, bool filled) REQUIRES(mutex_);
+  bool isFilledLocked(uint64_t chunkIndex) const REQUIRES(mutex_);
+  uint64_t positionOfLocked(uint64_t chunkIndex) const REQUIRES(mutex_);
+  uint64_t contentLengthOfLocked(uint64_t chunkIndex) const REQUIRES(mutex_);
+  std::string toStringLocked() const REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  uint64_t contentFileSize_ = 0;
-  uint64_t bitmapSize_ = 0;
-  uint64_t chunkContentSize_ = 0;
-  uint64_t chunkCount_ = 0;
-  bool isValid_ = false;
-  std::vector<uint8_t> bitmap_;
-  std::shared_ptr<File> file_;
-  std::string tag_;
+  wisp::Mutex mutex_;
+  uint64_t contentFileSize_ GUARDED_BY(mutex_) = 0;
+  uint64_t bitmapSize_ GUARDED_BY(mutex_) = 0;
+  uint64_t chunkContentSize_ GUARDED_BY(mutex_) = 0;
+  uint64_t chunkCount_ GUARDED_BY(mutex_) = 0;
+  bool isValid_ GUARDED_BY(mutex_) = false;
+  std::vector<uint8_t> bitmap_ GUARDED_BY(mutex_);
+  std::shared_ptr<File> file_ GUARDED_BY(mutex_);
+  std::string tag_ GUARDED_BY(mutex_);
 };
 
 }  // namespace storage

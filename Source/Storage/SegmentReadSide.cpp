@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include <wisp/Mutex.h>
+
 #include "Platform/FileSystem.h"
 #include "Storage/Persistence/DiskAdapter.h"
 #include "Storage/Persistence/DiskAdapterProvider.h"
@@ -52,7 +54,7 @@ void SegmentReadSide::Start(int64_t offset) {
   listener_->OnOpen(fileSize);
   uint64_t firstSize = first->GetSize();
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     unconsumed_ = firstSize;
   }
   listener_->OnSegmentBytes(offset, std::move(first));
@@ -66,7 +68,7 @@ void SegmentReadSide::Consumed(uint64_t bytes) {
   // block, so it is woken once, when room opens.
   bool roomOpened;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     bool wasFull = unconsumed_ >= kReadAhead;
     unconsumed_ -= std::min(bytes, unconsumed_);
     roomOpened = wasFull && unconsumed_ < kReadAhead;
@@ -76,7 +78,7 @@ void SegmentReadSide::Consumed(uint64_t bytes) {
 
 void SegmentReadSide::Stop() {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     stopping_ = true;
   }
   changed_.notify_all();
@@ -109,8 +111,8 @@ std::shared_ptr<BufferChunk> SegmentReadSide::ReadBlock(int64_t offset, uint64_t
 }
 
 bool SegmentReadSide::WaitForRoom() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  changed_.wait(lock, [this] { return stopping_ || unconsumed_ < kReadAhead; });
+  wisp::MutexLock lock(&mutex_);
+  changed_.wait(lock, [this]() REQUIRES(mutex_) { return stopping_ || unconsumed_ < kReadAhead; });
   return !stopping_;
 }
 
@@ -124,7 +126,7 @@ void SegmentReadSide::Run(int64_t offset, int64_t fileSize) {
     }
     uint64_t size = block->GetSize();
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      wisp::MutexLock lock(&mutex_);
       unconsumed_ += size;
     }
     listener_->OnSegmentBytes(offset, std::move(block));

@@ -22,15 +22,14 @@
 #ifndef DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
 #define DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include <downloader/Base/BufferChunk.h>
 #include <downloader/Filter/SubCode.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 namespace storage {
@@ -84,11 +83,10 @@ class SegmentReadSide {
   std::shared_ptr<DiskAdapter> adapter_;
   std::thread thread_;
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  // Guarded by mutex_.
-  bool stopping_ = false;
-  uint64_t unconsumed_ = 0;
+  wisp::Mutex mutex_;
+  wisp::CondVar changed_;
+  bool stopping_ GUARDED_BY(mutex_) = false;
+  uint64_t unconsumed_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace storage

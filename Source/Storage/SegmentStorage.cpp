@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include <wisp/Mutex.h>
+
 #include "Base/Settings.h"
 #include "Storage/ByteOrder.h"
 #include "Storage/Persistence/File.h"
@@ -37,7 +39,7 @@ SegmentStorage::~SegmentStorage() {
 }
 
 void SegmentStorage::initCache(const ConfigPtr& config) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   const DownloaderSettings settings = DownloaderSettings::Read(config);
   flushThreshold_ = PositiveOr(settings.segmentFlushThreshold, kDefaultFlushThreshold);
   readChunkSize_ = PositiveOr(settings.segmentReadChunkSize, kDefaultReadChunkSize);
@@ -48,7 +50,7 @@ void SegmentStorage::initCache(const ConfigPtr& config) {
 }
 
 bool SegmentStorage::open() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ == Mode::kWrite) {
     file_ = std::make_shared<File>(tmpFilePath_, fileSystem_);
     if (mDesiredFileSize_ == 0 || !file_->create() || !writeHeaderLocked()) {
@@ -98,7 +100,7 @@ bool SegmentStorage::parseFileHeader() {
 }
 
 int64_t SegmentStorage::write(uint64_t goff, const uint8_t* data, uint64_t len) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ != Mode::kWrite || !file_ || completed_ || goff != mGoffWrite_ || len > mDesiredFileSize_ - goff) {
     DL_LOGD << tag_ << "write,refused,goff:" << goff << ",mGoffWrite_:" << mGoffWrite_ << ",len:" << len;
     return -1;
@@ -132,7 +134,7 @@ int64_t SegmentStorage::readInner(uint8_t* buffer, uint64_t len, uint64_t goff) 
 }
 
 uint64_t SegmentStorage::read(uint8_t* buffer, uint64_t len) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!file_) return 0;
   uint64_t delivered = 0;
   while (delivered < len) {
@@ -145,14 +147,14 @@ uint64_t SegmentStorage::read(uint8_t* buffer, uint64_t len) {
 }
 
 bool SegmentStorage::seek(uint64_t goff) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (!file_ || goff > mDesiredFileSize_) return false;
   mGoffRead_ = goff;
   return true;
 }
 
 bool SegmentStorage::complete() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ != Mode::kWrite || !file_ || completed_) return false;
   if (!flushCellLocked()) return false;
   if (mGoffWrite_ != mDesiredFileSize_) {
@@ -175,7 +177,7 @@ bool SegmentStorage::complete() {
 }
 
 void SegmentStorage::cancel() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mode_ != Mode::kWrite || !file_ || completed_) return;
   file_->close();
   DL_LOGD << tag_ << "cancel,remove tmp file,path:" << tmpFilePath_;
@@ -185,12 +187,12 @@ void SegmentStorage::cancel() {
 }
 
 uint64_t SegmentStorage::desiredFileSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return mDesiredFileSize_;
 }
 
 uint64_t SegmentStorage::availableSize() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return mode_ == Mode::kWrite ? mGoffWrite_ : flushedSize_;
 }
 

@@ -30,11 +30,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <downloader/Pipe/ConfigReader.h>
+#include <wisp/Mutex.h>
 
 #include "Platform/FileSystem.h"
 
@@ -90,11 +90,11 @@ class SegmentStorage {
   uint64_t availableSize();
 
  private:
-  bool writeHeaderLocked();
-  bool parseFileHeader();
-  bool flushCellLocked();
+  bool writeHeaderLocked() REQUIRES(mutex_);
+  bool parseFileHeader() REQUIRES(mutex_);
+  bool flushCellLocked() REQUIRES(mutex_);
   // Up to len bytes at goff, from the file or the cell.
-  int64_t readInner(uint8_t* buffer, uint64_t len, uint64_t goff);
+  int64_t readInner(uint8_t* buffer, uint64_t len, uint64_t goff) REQUIRES(mutex_);
 
   // Constant after construction.
   const std::string cacheFilePath_;
@@ -103,19 +103,18 @@ class SegmentStorage {
   const std::string tag_;
   platform::FileSystem* const fileSystem_;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::shared_ptr<File> file_;
-  uint64_t mDesiredFileSize_;
-  uint64_t mGoffWrite_ = 0;
-  uint64_t mGoffRead_ = 0;
+  wisp::Mutex mutex_;
+  std::shared_ptr<File> file_ GUARDED_BY(mutex_);
+  uint64_t mDesiredFileSize_ GUARDED_BY(mutex_);
+  uint64_t mGoffWrite_ GUARDED_BY(mutex_) = 0;
+  uint64_t mGoffRead_ GUARDED_BY(mutex_) = 0;
   // Content bytes in the file (in read mode: all that can be read).
-  uint64_t flushedSize_ = 0;
-  std::vector<uint8_t> cell_;
-  uint64_t flushThreshold_ = kDefaultFlushThreshold;
-  uint64_t readChunkSize_ = kDefaultReadChunkSize;
-  uint64_t cellCapacityMin_ = kDefaultCellCapacityMin;
-  bool completed_ = false;
+  uint64_t flushedSize_ GUARDED_BY(mutex_) = 0;
+  std::vector<uint8_t> cell_ GUARDED_BY(mutex_);
+  uint64_t flushThreshold_ GUARDED_BY(mutex_) = kDefaultFlushThreshold;
+  uint64_t readChunkSize_ GUARDED_BY(mutex_) = kDefaultReadChunkSize;
+  uint64_t cellCapacityMin_ GUARDED_BY(mutex_) = kDefaultCellCapacityMin;
+  bool completed_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace storage

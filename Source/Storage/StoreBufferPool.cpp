@@ -1,4 +1,5 @@
 #include "Storage/StoreBufferPool.h"
+#include <wisp/Mutex.h>
 
 namespace downloader {
 namespace storage {
@@ -8,7 +9,7 @@ StoreBufferPool::StoreBufferPool(size_t retainedBytesLimit) : retainedBytesLimit
 std::shared_ptr<StoreBufferPool::Buffer> StoreBufferPool::Take(size_t size) {
   std::unique_ptr<Buffer> buffer;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (!free_.empty() && free_.back()->capacity >= size) {
       buffer = std::move(free_.back());
       free_.pop_back();
@@ -25,7 +26,7 @@ std::shared_ptr<StoreBufferPool::Buffer> StoreBufferPool::Take(size_t size) {
 
 void StoreBufferPool::Give(Buffer* buffer) {
   std::unique_ptr<Buffer> owned(buffer);
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (retainedBytes_ + owned->capacity > retainedBytesLimit_) return;
   retainedBytes_ += owned->capacity;
   free_.push_back(std::move(owned));

@@ -15,8 +15,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 namespace downloader {
 namespace storage {
@@ -43,10 +44,9 @@ class StoreBufferPool {
   // Constant after construction.
   const size_t retainedBytesLimit_;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::vector<std::unique_ptr<Buffer>> free_;
-  size_t retainedBytes_ = 0;
+  wisp::Mutex mutex_;
+  std::vector<std::unique_ptr<Buffer>> free_ GUARDED_BY(mutex_);
+  size_t retainedBytes_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace storage

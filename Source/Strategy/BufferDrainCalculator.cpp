@@ -1,4 +1,5 @@
 #include <downloader/Strategy/BufferDrainCalculator.h>
+#include <wisp/Mutex.h>
 
 #include <limits>
 
@@ -58,7 +59,7 @@ void BufferDrainCalculator::Reset() {
 }
 
 std::string BufferDrainCalculator::Describe() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return description_;
 }
 
@@ -85,7 +86,7 @@ bool BufferDrainCalculator::IsDrain() {
                             std::to_string(currentPercent) + "_threshold_percent_" +
                             std::to_string(thresholdPercent_);
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     description_.swap(description);
   }
   return drain;

@@ -1,4 +1,5 @@
 #include "Strategy/ExtraChannelStrategy.h"
+#include <wisp/Mutex.h>
 
 #include "Utils/context/LibraryContext.h"
 
@@ -9,17 +10,17 @@ ExtraChannelStrategy& ExtraChannelStrategy::GetInstance() {
 }
 
 void ExtraChannelStrategy::UpdateConfig(const std::shared_ptr<protocols::IConfigure>& config) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   config_ = config;
 }
 
 void ExtraChannelStrategy::SetUserSetting(const std::string& setting) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   userSetting_ = setting;
 }
 
 std::string ExtraChannelStrategy::UserSetting() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return userSetting_;
 }
 

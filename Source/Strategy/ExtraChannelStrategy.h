@@ -8,10 +8,10 @@
 #define DOWNLOADER_STRATEGY_EXTRACHANNELSTRATEGY_H_
 
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/Pipe/IConfigure.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -31,10 +31,9 @@ class ExtraChannelStrategy {
   std::string Info();
 
  private:
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::shared_ptr<protocols::IConfigure> config_;
-  std::string userSetting_;
+  wisp::Mutex mutex_;
+  std::shared_ptr<protocols::IConfigure> config_ GUARDED_BY(mutex_);
+  std::string userSetting_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

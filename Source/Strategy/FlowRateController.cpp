@@ -3,6 +3,8 @@
 #include <chrono>
 #include <utility>
 
+#include <wisp/Mutex.h>
+
 #include "Base/Settings.h"
 #include "Utils/log/LogMessage.h"
 
@@ -64,7 +66,7 @@ void FlowRateController::Configure(const DownloaderSettings& settings, const Req
   int32_t requestBufferMs = request.bufferMs.value_or(ClampToInt32(request.bufferDurationMs));
   int64_t requestBitRate = request.bitRate;
 
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   sampleIntervalUs_ = intervalMs * kMicrosPerMilli;
   windowUs_ = intervalMs * windowCount * kMicrosPerMilli;
   bufferThresholdMs_ = bufferThresholdMs;
@@ -81,23 +83,23 @@ void FlowRateController::Configure(const DownloaderSettings& settings, const Req
 }
 
 void FlowRateController::SetPlayStateMonitor(std::shared_ptr<PlayStateMonitor> monitor) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   monitor_ = std::move(monitor);
 }
 
 void FlowRateController::OnFileSizeKnown(int64_t fileSize) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   fileSize_ = fileSize;
 }
 
 void FlowRateController::SetInletSource(std::weak_ptr<Source> source) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   inletSource_ = std::move(source);
   ForgetSamplesLocked();
 }
 
 void FlowRateController::OnLevelChanged() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   ForgetSamplesLocked();
 }
 
@@ -112,12 +114,12 @@ void FlowRateController::ForgetSamplesLocked() {
 }
 
 void FlowRateController::OnBufferStateUpdated(BufferState state) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   bufferState_ = state;
 }
 
 void FlowRateController::OnStreamingStateUpdated(StreamingState state) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   streamingState_ = state;
 }
 
@@ -126,13 +128,13 @@ void FlowRateController::OnPulseDataUpdated(const PulseData& data) {
   int64_t bitRate = 0;
   bool hasBuffer = PulseDataDef<int>(kPulseBufferDurationKey).Read(data, &bufferMs);
   bool hasBitRate = PulseDataDef<int64_t>(kPulseBitRateKey).Read(data, &bitRate);
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (hasBuffer) pulseBufferMs_ = bufferMs;
   if (hasBitRate) pulseBitRate_ = bitRate;
 }
 
 int32_t FlowRateController::BufferedDurationMs() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return BufferedDurationMsLocked();
 }
 
@@ -160,7 +162,7 @@ int64_t FlowRateController::BitRateLocked() {
 }
 
 int32_t FlowRateController::OnReadHappened(int32_t value, uint64_t sample) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   uint64_t bytes = sample;
   int64_t waitUs = value < 0 ? 0 : value;
   if (std::shared_ptr<Source> source = inletSource_.lock()) {
@@ -176,17 +178,17 @@ int32_t FlowRateController::OnReadHappened(int32_t value, uint64_t sample) {
 }
 
 int32_t FlowRateController::CurrentAnswer() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return JudgeLocked();
 }
 
 std::string FlowRateController::Describe() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return DescribeLocked();
 }
 
 void FlowRateController::SetNewCalculatorInUse(bool inUse) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   newCalculatorInUse_ = inUse;
 }
 

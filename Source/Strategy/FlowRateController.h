@@ -42,7 +42,6 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/Pipe/ConfigReader.h>
@@ -51,6 +50,7 @@
 #include <downloader/Strategy/FlowRateControl.h>
 #include <downloader/Strategy/PlayStateMonitor.h>
 #include <downloader/Strategy/Source.h>
+#include <wisp/Mutex.h>
 
 #include "Base/Settings.h"
 
@@ -109,44 +109,43 @@ class FlowRateController : public FlowRateControl {
 
   static const char* VerdictName(Verdict verdict);
 
-  int32_t BufferedDurationMsLocked();
-  int64_t BitRateLocked();
-  int32_t JudgeLocked();
-  std::string DescribeLocked() const;
-  void RecordSampleLocked(uint64_t bytes, int64_t waitUs);
-  void ForgetSamplesLocked();
-  void DumpInletLocked(int64_t nowUs);
+  int32_t BufferedDurationMsLocked() REQUIRES(mutex_);
+  int64_t BitRateLocked() REQUIRES(mutex_);
+  int32_t JudgeLocked() REQUIRES(mutex_);
+  std::string DescribeLocked() const REQUIRES(mutex_);
+  void RecordSampleLocked(uint64_t bytes, int64_t waitUs) REQUIRES(mutex_);
+  void ForgetSamplesLocked() REQUIRES(mutex_);
+  void DumpInletLocked(int64_t nowUs) REQUIRES(mutex_);
 
   // Constant after construction.
   const NowFunction now_;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  int64_t sampleIntervalUs_;
-  int64_t windowUs_;
-  int32_t bufferThresholdMs_;
-  int64_t dumpIntervalUs_;
-  bool pulseCounts_ = true;
-  bool newCalculatorInUse_ = false;
-  int32_t requestBufferMs_ = -1;
-  int64_t requestBitRate_ = 0;
-  uint64_t durationMs_ = 0;
-  int64_t fileSize_ = 0;
-  std::shared_ptr<PlayStateMonitor> monitor_;
-  BufferState bufferState_ = kBufferStateUnknown;
-  StreamingState streamingState_ = kStreamingStateUnknown;
-  int32_t pulseBufferMs_ = -1;
-  int64_t pulseBitRate_ = 0;
-  std::weak_ptr<Source> inletSource_;
-  Source::Inlet inletMark_;  // the source's inlet when the last sample was taken
-  std::deque<Sample> samples_;
-  uint64_t windowBytes_ = 0;
-  int64_t windowWaitUs_ = 0;
-  int64_t waitSinceByteUs_ = 0;
-  int64_t lastDumpUs_ = 0;
-  uint64_t totalBytes_ = 0;
-  int32_t answer_ = 0;
-  Judgement last_;
+  wisp::Mutex mutex_;
+  int64_t sampleIntervalUs_ GUARDED_BY(mutex_);
+  int64_t windowUs_ GUARDED_BY(mutex_);
+  int32_t bufferThresholdMs_ GUARDED_BY(mutex_);
+  int64_t dumpIntervalUs_ GUARDED_BY(mutex_);
+  bool pulseCounts_ GUARDED_BY(mutex_) = true;
+  bool newCalculatorInUse_ GUARDED_BY(mutex_) = false;
+  int32_t requestBufferMs_ GUARDED_BY(mutex_) = -1;
+  int64_t requestBitRate_ GUARDED_BY(mutex_) = 0;
+  uint64_t durationMs_ GUARDED_BY(mutex_) = 0;
+  int64_t fileSize_ GUARDED_BY(mutex_) = 0;
+  std::shared_ptr<PlayStateMonitor> monitor_ GUARDED_BY(mutex_);
+  BufferState bufferState_ GUARDED_BY(mutex_) = kBufferStateUnknown;
+  StreamingState streamingState_ GUARDED_BY(mutex_) = kStreamingStateUnknown;
+  int32_t pulseBufferMs_ GUARDED_BY(mutex_) = -1;
+  int64_t pulseBitRate_ GUARDED_BY(mutex_) = 0;
+  std::weak_ptr<Source> inletSource_ GUARDED_BY(mutex_);
+  Source::Inlet inletMark_ GUARDED_BY(mutex_);  // the source's inlet when the last sample was taken
+  std::deque<Sample> samples_ GUARDED_BY(mutex_);
+  uint64_t windowBytes_ GUARDED_BY(mutex_) = 0;
+  int64_t windowWaitUs_ GUARDED_BY(mutex_) = 0;
+  int64_t waitSinceByteUs_ GUARDED_BY(mutex_) = 0;
+  int64_t lastDumpUs_ GUARDED_BY(mutex_) = 0;
+  uint64_t totalBytes_ GUARDED_BY(mutex_) = 0;
+  int32_t answer_ GUARDED_BY(mutex_) = 0;
+  Judgement last_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

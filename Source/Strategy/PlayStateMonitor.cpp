@@ -1,4 +1,5 @@
 #include <downloader/Strategy/PlayStateMonitor.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -11,18 +12,18 @@ void PlayStateMonitor::OnPulseDataUpdated(const PulseData& data) {
   int64_t bitRate = 0;
   bool hasBuffer = PulseDataDef<int>(kPulseBufferDurationKey).Read(data, &bufferedMs);
   bool hasBitRate = PulseDataDef<int64_t>(kPulseBitRateKey).Read(data, &bitRate);
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (hasBuffer) bufferedDurationMs_ = bufferedMs;
   if (hasBitRate) bitRate_ = bitRate;
 }
 
 int32_t PlayStateMonitor::BufferedDurationMs() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return bufferedDurationMs_;
 }
 
 int64_t PlayStateMonitor::BitRate() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return bitRate_;
 }
 

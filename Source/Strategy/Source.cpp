@@ -1,4 +1,5 @@
 #include <downloader/Strategy/Source.h>
+#include <wisp/Mutex.h>
 
 #include <utility>
 
@@ -16,7 +17,7 @@ Source::~Source() = default;
 Source::Inlet Source::InletSoFar() const {
   // The clock is read under the lock, so that intervals settled by
   // different threads never overlap or run backwards.
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   const int64_t nowUs = now_();
   Inlet inlet;
   inlet.bytes = bytes_;
@@ -25,7 +26,7 @@ Source::Inlet Source::InletSoFar() const {
 }
 
 void Source::BeginReceiving() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   const int64_t nowUs = now_();
   SettleLocked(nowUs);
   receiving_ = true;
@@ -33,27 +34,27 @@ void Source::BeginReceiving() {
 }
 
 void Source::EndReceiving() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   const int64_t nowUs = now_();
   SettleLocked(nowUs);
   receiving_ = false;
 }
 
 void Source::HoldBack(bool held) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   const int64_t nowUs = now_();
   SettleLocked(nowUs);
   held_ = held;
 }
 
 void Source::AddArrivedBytes(uint64_t bytes) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   bytes_ += bytes;
   if (sink_ != nullptr) sink_->AddInletBytes(bytes);
 }
 
 void Source::RegisterStatsSink(std::shared_ptr<StreamStats> sink) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   sink_ = std::move(sink);
 }
 

@@ -104,6 +104,12 @@ class Engine {
         std::lock_guard<std::mutex> lock(mutex_);
         ResetLocked();
         lingering.swap(lingering_);
+        // Downloads never closed (an engine without PCDNClose) end here too,
+        // so that no delivery thread outlives the test unjoined.
+        for (const auto& entry : open_) {
+          if (entry.second) lingering.push_back(entry.second);
+        }
+        open_.clear();
       }
       // Outside the lock: a late callback may call into the engine.
       for (const std::shared_ptr<Delivery>& delivery : lingering) Finish(delivery);

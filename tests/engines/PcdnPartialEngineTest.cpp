@@ -43,6 +43,7 @@ TEST(PcdnPartialEngineTest, RowsFromTheMissingSymbolOnStayUnbound) {
   EXPECT_STREQ(buffer, "0");
   Pcdn::dlPCDNSetByKV("fake-reply:itf-total-size", "12");
   EXPECT_STREQ(Pcdn::dlPCDNGetByKV("itf-total-size", "1", buffer, sizeof(buffer)), "12");
+  Pcdn::dlPCDNSetByKV("fake-reset", "");
 }
 
 }  // namespace

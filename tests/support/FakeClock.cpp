@@ -11,30 +11,30 @@ constexpr std::chrono::milliseconds FakeClock::kRealSlice;
 FakeClock::FakeClock() : now_(downloader::Clock::Real().Now()) {}
 
 FakeClock::TimePoint FakeClock::Now() {
-  std::lock_guard<std::mutex> guard(mutex_);
+  wisp::MutexLock guard(&mutex_);
   return now_;
 }
 
-void FakeClock::WaitUntil(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock, TimePoint deadline) {
+void FakeClock::WaitUntil(wisp::CondVar& wakeUp, wisp::MutexLock& lock, TimePoint deadline) {
   std::multiset<TimePoint>::iterator waiting;
   {
-    std::lock_guard<std::mutex> guard(mutex_);
+    wisp::MutexLock guard(&mutex_);
     if (deadline <= now_) return;
     waiting = waitedFor_.insert(deadline);
   }
   const bool woken = wakeUp.wait_for(lock, kRealSlice) == std::cv_status::no_timeout;
-  std::lock_guard<std::mutex> guard(mutex_);
+  wisp::MutexLock guard(&mutex_);
   if (!woken && advanceWhileWaited_) now_ = std::max(now_, *waitedFor_.begin());
   waitedFor_.erase(waiting);
 }
 
 void FakeClock::Advance(Duration by) {
-  std::lock_guard<std::mutex> guard(mutex_);
+  wisp::MutexLock guard(&mutex_);
   now_ += by;
 }
 
 void FakeClock::AdvanceWhileWaited() {
-  std::lock_guard<std::mutex> guard(mutex_);
+  wisp::MutexLock guard(&mutex_);
   advanceWhileWaited_ = true;
 }
 

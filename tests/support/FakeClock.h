@@ -16,8 +16,6 @@
 #define TESTS_SUPPORT_FAKECLOCK_H_
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <set>
 
 #include "Utils/clock/Clock.h"
@@ -33,18 +31,17 @@ class FakeClock : public downloader::Clock {
   FakeClock();
 
   TimePoint Now() override;
-  void WaitUntil(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock, TimePoint deadline) override;
+  void WaitUntil(wisp::CondVar& wakeUp, wisp::MutexLock& lock, TimePoint deadline) override;
   using Clock::WaitUntil;
 
   void Advance(Duration by);
   void AdvanceWhileWaited();
 
  private:
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  TimePoint now_;
-  bool advanceWhileWaited_ = false;
-  std::multiset<TimePoint> waitedFor_;
+  wisp::Mutex mutex_;
+  TimePoint now_ GUARDED_BY(mutex_);
+  bool advanceWhileWaited_ GUARDED_BY(mutex_) = false;
+  std::multiset<TimePoint> waitedFor_ GUARDED_BY(mutex_);
 };
 
 class FakeLibraryContext {

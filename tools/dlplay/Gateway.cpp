@@ -9,6 +9,8 @@
 #include <iostream>
 #include <thread>
 
+#include <wisp/Mutex.h>
+
 #include "ExitStatus.h"
 #include "GatewayTransfer.h"
 #include "Gunzip.h"
@@ -232,7 +234,7 @@ void Gateway::ServeMedia(const std::shared_ptr<GatewayTransfer>& transfer, int64
 }
 
 std::shared_ptr<GatewaySession> Gateway::SessionFor(const std::string& id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   GatewaySession::Clock::time_point now = GatewaySession::Clock::now();
   for (auto it = sessions_.begin(); it != sessions_.end();) {
     it = it->first != id && it->second->IdleSince(now, kSessionIdle) ? sessions_.erase(it) : std::next(it);
@@ -252,7 +254,7 @@ std::string Gateway::PlayUri(const std::string& absoluteUrl, const std::string& 
 
 void Gateway::LogRequest(const std::string& method, int status, const std::string& contentRange,
                          const RequestReport& report) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   std::fprintf(stderr, "dlplay serve: %s %d %llu level=%d cache_hit=%s ms=%lld%s%s %s\n", method.c_str(), status,
                static_cast<unsigned long long>(report.bytes), report.level, report.cacheHit ? "yes" : "no",
                static_cast<long long>(report.ms), contentRange.empty() ? "" : " ", contentRange.c_str(),

@@ -29,11 +29,11 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <ostream>
 #include <string>
 
 #include <downloader/downloader.h>
+#include <wisp/Mutex.h>
 
 #include "GatewaySession.h"
 #include "Options.h"
@@ -86,10 +86,10 @@ class Gateway {
   std::unique_ptr<httplib::Server> server_;
   int port_ = 0;
 
-  std::mutex mutex_;
+  wisp::Mutex mutex_;
   std::ostream* jsonOut_;
-  std::map<std::string, std::shared_ptr<GatewaySession>> sessions_;
-  uint64_t sessionsMade_ = 0;
+  std::map<std::string, std::shared_ptr<GatewaySession>> sessions_ GUARDED_BY(mutex_);
+  uint64_t sessionsMade_ GUARDED_BY(mutex_) = 0;
 };
 
 // Runs `dlplay serve` until `*stop` turns true; the process's exit status.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <wisp/Mutex.h>
+
 namespace dlplay {
 namespace {
 
@@ -23,7 +25,7 @@ std::shared_ptr<downloader::IStream> GatewaySession::Acquire() {
   int bufferedMs;
   bool playing;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     ++openStreams_;
     lastUsed_ = Clock::now();
     bufferedMs = BufferedMsLocked(lastUsed_);
@@ -39,19 +41,19 @@ std::shared_ptr<downloader::IStream> GatewaySession::Acquire() {
 
 void GatewaySession::Release(std::shared_ptr<downloader::IStream> stream) {
   tunnel_->Release(stream);
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   --openStreams_;
   lastUsed_ = Clock::now();
 }
 
 void GatewaySession::NoteSegments(const HlsPlaylist& playlist) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (segmentSeconds_.size() + playlist.segments.size() > kMaxRememberedSegments) segmentSeconds_.clear();
   for (const HlsSegment& segment : playlist.segments) segmentSeconds_[segment.uri] = segment.durationSeconds;
 }
 
 void GatewaySession::Delivered(const std::string& url) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   auto found = segmentSeconds_.find(url);
   if (found == segmentSeconds_.end()) return;
   if (!playing_) {
@@ -62,7 +64,7 @@ void GatewaySession::Delivered(const std::string& url) {
 }
 
 bool GatewaySession::IdleSince(Clock::time_point now, Clock::duration idleFor) const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return openStreams_ == 0 && now - lastUsed_ > idleFor;
 }
 

@@ -14,10 +14,10 @@
 #include <chrono>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/downloader.h>
+#include <wisp/Mutex.h>
 
 #include "HlsPlaylist.h"
 
@@ -46,17 +46,17 @@ class GatewaySession {
   bool IdleSince(Clock::time_point now, Clock::duration idleFor) const;
 
  private:
-  int BufferedMsLocked(Clock::time_point now) const;
+  int BufferedMsLocked(Clock::time_point now) const REQUIRES(mutex_);
 
   std::shared_ptr<downloader::KestrelTunnel> tunnel_;
 
-  mutable std::mutex mutex_;
-  std::map<std::string, double> segmentSeconds_;  // by absolute URL
-  double deliveredMediaMs_ = 0;
-  bool playing_ = false;
-  Clock::time_point playStarted_;
-  int openStreams_ = 0;
-  Clock::time_point lastUsed_;
+  mutable wisp::Mutex mutex_;
+  std::map<std::string, double> segmentSeconds_ GUARDED_BY(mutex_);  // by absolute URL
+  double deliveredMediaMs_ GUARDED_BY(mutex_) = 0;
+  bool playing_ GUARDED_BY(mutex_) = false;
+  Clock::time_point playStarted_ GUARDED_BY(mutex_);
+  int openStreams_ GUARDED_BY(mutex_) = 0;
+  Clock::time_point lastUsed_ GUARDED_BY(mutex_);
 };
 
 }  // namespace dlplay

@@ -3,6 +3,8 @@
 #include <fstream>
 #include <sstream>
 
+#include <wisp/Mutex.h>
+
 #include "TextTrim.h"
 
 namespace dlplay {
@@ -51,13 +53,13 @@ bool IniConfig::LoadFile(const std::string& path, std::string* error) {
 }
 
 void IniConfig::Set(const std::string& group, const std::string& key, const std::string& value) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   groups_[group][key] = value;
 }
 
 std::string IniConfig::GetValue(const std::string& group, const std::string& key,
                                 const std::string& defaultValue) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   auto found = groups_.find(group);
   if (found == groups_.end()) return defaultValue;
   auto value = found->second.find(key);
@@ -65,7 +67,7 @@ std::string IniConfig::GetValue(const std::string& group, const std::string& key
 }
 
 std::map<std::string, std::string> IniConfig::GetGroup(const std::string& group) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   auto found = groups_.find(group);
   return found == groups_.end() ? std::map<std::string, std::string>() : found->second;
 }

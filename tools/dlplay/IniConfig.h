@@ -8,10 +8,10 @@
 #define TOOLS_DLPLAY_INICONFIG_H_
 
 #include <map>
-#include <mutex>
 #include <string>
 
 #include <downloader/downloader.h>
+#include <wisp/Mutex.h>
 
 namespace dlplay {
 
@@ -28,9 +28,8 @@ class IniConfig : public protocols::IConfigure {
   std::map<std::string, std::string> GetGroup(const std::string& group) override;
 
  private:
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::map<std::string, std::map<std::string, std::string>> groups_;
+  wisp::Mutex mutex_;
+  std::map<std::string, std::map<std::string, std::string>> groups_ GUARDED_BY(mutex_);
 };
 
 }  // namespace dlplay

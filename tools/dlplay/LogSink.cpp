@@ -1,18 +1,18 @@
 #include "LogSink.h"
 
 #include <cstdio>
-#include <mutex>
+
+#include <wisp/Mutex.h>
 
 namespace dlplay {
 namespace {
 
-std::mutex g_mutex;
-// Guarded by g_mutex.
-FILE* g_file = nullptr;
-int g_stderrLevel = DL_LOG_ERROR;
+wisp::Mutex g_mutex;
+FILE* g_file GUARDED_BY(g_mutex) = nullptr;
+int g_stderrLevel GUARDED_BY(g_mutex) = DL_LOG_ERROR;
 
 void OnLine(int level, const char* line) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  wisp::MutexLock lock(&g_mutex);
   if (g_file != nullptr) {
     std::fputs(line, g_file);
   } else if (level >= g_stderrLevel) {
@@ -25,7 +25,7 @@ void OnLine(int level, const char* line) {
 bool LogSink::Install(const std::string& path, bool verbose, std::string* error) {
   const int stderrLevel = verbose ? DL_LOG_DEBUG : DL_LOG_ERROR;
   {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    wisp::MutexLock lock(&g_mutex);
     g_stderrLevel = stderrLevel;
     if (!path.empty()) {
       g_file = std::fopen(path.c_str(), "w");
@@ -42,7 +42,7 @@ bool LogSink::Install(const std::string& path, bool verbose, std::string* error)
 
 void LogSink::Uninstall() {
   dl_set_quill_callback(nullptr);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  wisp::MutexLock lock(&g_mutex);
   if (g_file != nullptr) std::fclose(g_file);
   g_file = nullptr;
 }

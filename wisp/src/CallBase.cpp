@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include <wisp/Mutex.h>
+
 namespace wisp {
 namespace internal {
 namespace {
@@ -40,7 +42,7 @@ CallBase::CallBase(RequestPlan spec)
 CallBase::~CallBase() = default;
 
 http::MetricsInfo CallBase::GetMetrics() const {
-  std::lock_guard<std::mutex> lock(metricsMutex_);
+  wisp::MutexLock lock(&metricsMutex_);
   http::MetricsInfo snapshot = metrics_;
   if (metrics_.httpStatus != 0 && metrics_.timing.totalUs == http::TimingInfo::kNotReached) {
     snapshot.speedBytesPerSecond = BytesPerSecond(metrics_.bytesReceived, Clock::now() - responseTime_);
@@ -91,7 +93,7 @@ bool CallBase::PlanRetry(const http::Error& error) {
 bool CallBase::ClaimStart(std::shared_ptr<http::IListener> listener) {
   if (listener == nullptr) return false;
   {
-    std::lock_guard<std::mutex> lock(startMutex_);
+    wisp::MutexLock lock(&startMutex_);
     if (started_ || cancelled_) return false;
     started_ = true;
   }
@@ -114,7 +116,7 @@ void CallBase::AbandonStart() {
 bool CallBase::SilenceForCancel() {
   bool wasStarted = false;
   {
-    std::lock_guard<std::mutex> lock(startMutex_);
+    wisp::MutexLock lock(&startMutex_);
     wasStarted = started_ && !cancelled_;
     cancelled_ = true;
   }
@@ -129,7 +131,7 @@ int64_t CallBase::MicrosSinceStart(Clock::time_point when) const {
 }
 
 void CallBase::UpdateTiming(http::StatusPhase phase, int64_t value) {
-  std::lock_guard<std::mutex> lock(metricsMutex_);
+  wisp::MutexLock lock(&metricsMutex_);
   http::TimingInfo& timing = metrics_.timing;
   switch (phase) {
     case http::StatusPhase::kDnsResolved: timing.dnsUs = value; break;
@@ -150,12 +152,12 @@ void CallBase::ReportPhase(http::StatusPhase phase, int64_t value) {
 }
 
 void CallBase::NoteAddressTried(const std::string& address) {
-  std::lock_guard<std::mutex> lock(metricsMutex_);
+  wisp::MutexLock lock(&metricsMutex_);
   metrics_.resolvedAddresses.push_back(address);
 }
 
 void CallBase::NoteConnection(const std::string& serverAddress, bool reused) {
-  std::lock_guard<std::mutex> lock(metricsMutex_);
+  wisp::MutexLock lock(&metricsMutex_);
   metrics_.serverAddress = serverAddress;
   metrics_.connectionReused = reused;
   if (metrics_.resolvedAddresses.empty() && !serverAddress.empty()) {
@@ -167,7 +169,7 @@ bool CallBase::DeliverResponse(std::shared_ptr<http::Response> response) {
   if (finished_ || responded_) return !finished_;
   responded_ = true;
   {
-    std::lock_guard<std::mutex> lock(metricsMutex_);
+    wisp::MutexLock lock(&metricsMutex_);
     responseTime_ = Clock::now();
     metrics_.httpStatus = response->Status();
     metrics_.effectiveUrl = response->EffectiveUrl();
@@ -185,7 +187,7 @@ bool CallBase::DeliverResponse(std::shared_ptr<http::Response> response) {
 bool CallBase::DeliverBytes(const uint8_t* data, size_t length) {
   if (finished_) return false;
   {
-    std::lock_guard<std::mutex> lock(metricsMutex_);
+    wisp::MutexLock lock(&metricsMutex_);
     metrics_.bytesReceived += static_cast<int64_t>(length);
   }
   GaugeBytesReceived(static_cast<int64_t>(length));
@@ -227,7 +229,7 @@ void CallBase::FinishCancelled() {
 http::MetricsInfo CallBase::RecordEnd(const http::Error& error) {
   finished_ = true;
   Clock::time_point now = Clock::now();
-  std::lock_guard<std::mutex> lock(metricsMutex_);
+  wisp::MutexLock lock(&metricsMutex_);
   metrics_.timing.totalUs = MicrosSinceStart(now);
   metrics_.errorKind = error.kind;
   if (responded_) metrics_.speedBytesPerSecond = BytesPerSecond(metrics_.bytesReceived, now - responseTime_);

@@ -14,6 +14,7 @@
 #include "ListenerGate.h"
 #include "RequestPlan.h"
 
+#include <wisp/Mutex.h>
 #include <wisp/http/IRequestCall.h>
 
 #include <atomic>
@@ -21,7 +22,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 namespace wisp {
 namespace internal {
@@ -108,10 +108,9 @@ class CallBase : public http::IRequestCall, public std::enable_shared_from_this<
   ListenerGate gate_;
   std::atomic<bool> paused_{false};
 
-  // Guarded by startMutex_.
-  std::mutex startMutex_;
-  bool started_ = false;
-  bool cancelled_ = false;
+  wisp::Mutex startMutex_;
+  bool started_ GUARDED_BY(startMutex_) = false;
+  bool cancelled_ GUARDED_BY(startMutex_) = false;
 
   // Written by ClaimStart before the network side hears of the call, then
   // network thread only.
@@ -122,10 +121,9 @@ class CallBase : public http::IRequestCall, public std::enable_shared_from_this<
   int32_t retriesUsed_ = 0;
   Clock::time_point retryAt_;
 
-  // Guarded by metricsMutex_.
-  mutable std::mutex metricsMutex_;
-  http::MetricsInfo metrics_;
-  Clock::time_point responseTime_;
+  mutable wisp::Mutex metricsMutex_;
+  http::MetricsInfo metrics_ GUARDED_BY(metricsMutex_);
+  Clock::time_point responseTime_ GUARDED_BY(metricsMutex_);
 };
 
 }  // namespace internal

@@ -1,10 +1,11 @@
 #include "ListenerGate.h"
+#include <wisp/Mutex.h>
 
 namespace wisp {
 namespace internal {
 
 bool ListenerGate::Enter() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (closed_) return false;
   busy_ = true;
   busyThread_ = std::this_thread::get_id();
@@ -13,24 +14,24 @@ bool ListenerGate::Enter() {
 
 void ListenerGate::Leave() {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     busy_ = false;
   }
   idle_.notify_all();
 }
 
 bool ListenerGate::Close() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   bool closedNow = !closed_;
   closed_ = true;
   if (busy_ && busyThread_ != std::this_thread::get_id()) {
-    idle_.wait(lock, [this] { return !busy_; });
+    idle_.wait(lock, [this]() REQUIRES(mutex_) { return !busy_; });
   }
   return closedNow;
 }
 
 bool ListenerGate::IsClosed() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return closed_;
 }
 

@@ -9,9 +9,9 @@
 #ifndef WISP_SRC_LISTENERGATE_H_
 #define WISP_SRC_LISTENERGATE_H_
 
-#include <condition_variable>
-#include <mutex>
 #include <thread>
+
+#include <wisp/Mutex.h>
 
 namespace wisp {
 namespace internal {
@@ -26,11 +26,11 @@ class ListenerGate {
   bool IsClosed() const;
 
  private:
-  mutable std::mutex mutex_;
-  std::condition_variable idle_;
-  bool closed_ = false;
-  bool busy_ = false;
-  std::thread::id busyThread_;
+  mutable wisp::Mutex mutex_;
+  wisp::CondVar idle_;
+  bool closed_ GUARDED_BY(mutex_) = false;
+  bool busy_ GUARDED_BY(mutex_) = false;
+  std::thread::id busyThread_ GUARDED_BY(mutex_);
 };
 
 }  // namespace internal

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <wisp/Mutex.h>
+
 #include "Storage/Persistence/DLException.h"
 #include "Storage/Persistence/DiskAdapter.h"
 #include "Utils/context/LibraryContext.h"
@@ -22,18 +24,18 @@ DiskAdapterProvider::DiskAdapterProvider() : sweepAtSize_(kMinSweepSize) {}
 DiskAdapterProvider::~DiskAdapterProvider() = default;
 
 void DiskAdapterProvider::init(platform::FileSystem* fileSystem) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   fileSystem_ = fileSystem;
 }
 
 bool DiskAdapterProvider::isInitialized() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return fileSystem_ != nullptr;
 }
 
 std::shared_ptr<DiskAdapter> DiskAdapterProvider::acquire_adapter(const std::string& path, uint64_t file_size,
                                                                   int64_t job_id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (fileSystem_ == nullptr) throw DLException(kNotInitialized);
   DL_LOGD << "[diskcache]diskadapterprovider,acquire adapter,get:" << path << ",file_size:" << file_size;
 
@@ -71,7 +73,7 @@ void DiskAdapterProvider::sweepExpiredLocked() {
 }
 
 bool DiskAdapterProvider::removeIfUnused(const std::string& path) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   auto found = adapters_.find(path);
   if (found != adapters_.end()) {
     if (!found->second.expired()) return false;

@@ -21,9 +21,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
+
+#include <wisp/Mutex.h>
 
 #include "Platform/FileSystem.h"
 
@@ -54,13 +55,12 @@ class DiskAdapterProvider {
   bool removeIfUnused(const std::string& path);
 
  private:
-  void sweepExpiredLocked();
+  void sweepExpiredLocked() REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  platform::FileSystem* fileSystem_ = nullptr;
-  std::unordered_map<std::string, std::weak_ptr<DiskAdapter>> adapters_;
-  size_t sweepAtSize_;
+  wisp::Mutex mutex_;
+  platform::FileSystem* fileSystem_ GUARDED_BY(mutex_) = nullptr;
+  std::unordered_map<std::string, std::weak_ptr<DiskAdapter>> adapters_ GUARDED_BY(mutex_);
+  size_t sweepAtSize_ GUARDED_BY(mutex_);
 };
 
 }  // namespace storage

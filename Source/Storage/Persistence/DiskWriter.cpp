@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include <wisp/Mutex.h>
+
 #include "Storage/Persistence/DiskFileNameUtil.h"
 #include "Utils/log/LogMessage.h"
 
@@ -41,7 +43,7 @@ bool DiskWriter::createFile() {
 
 bool DiskWriter::openFileWithFlags(uint32_t flags) {
   DL_LOGD << tag_ << "openFileWithFlags,filePath:" << filePath_ << ",flags" << flags;
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   if (mFd_) {
     uint32_t access = flags & (platform::kOpenRead | platform::kOpenWrite);
     if ((flags_ & access) != access) {
@@ -66,7 +68,7 @@ bool DiskWriter::openFileWithFlags(uint32_t flags) {
 }
 
 std::shared_ptr<platform::PositionalFile> DiskWriter::handle() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return mFd_;
 }
 
@@ -174,7 +176,7 @@ bool DiskWriter::flushOSBuffers() {
 void DiskWriter::closeFile() {
   std::shared_ptr<platform::PositionalFile> released;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (openCount_ == 0) return;
     if (--openCount_ > 0) {
       DL_LOGD << tag_ << "closeFile,count down:" << openCount_;
@@ -187,12 +189,12 @@ void DiskWriter::closeFile() {
 }
 
 bool DiskWriter::isOpen() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return mFd_ != nullptr;
 }
 
 uint32_t DiskWriter::openFlags() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  wisp::MutexLock lock(&mutex_);
   return flags_;
 }
 

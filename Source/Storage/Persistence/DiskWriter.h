@@ -18,9 +18,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 #include "Platform/FileSystem.h"
 
@@ -78,11 +79,10 @@ class DiskWriter {
   platform::FileSystem* const fileSystem_;
   const std::string tag_;
 
-  mutable std::mutex mutex_;
-  // Guarded by mutex_.
-  std::shared_ptr<platform::PositionalFile> mFd_;
-  uint32_t flags_ = 0;
-  int openCount_ = 0;
+  mutable wisp::Mutex mutex_;
+  std::shared_ptr<platform::PositionalFile> mFd_ GUARDED_BY(mutex_);
+  uint32_t flags_ GUARDED_BY(mutex_) = 0;
+  int openCount_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace storage

@@ -7,7 +7,7 @@ class RealClock : public Clock {
  public:
   TimePoint Now() override { return std::chrono::steady_clock::now(); }
 
-  void WaitUntil(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock, TimePoint deadline) override {
+  void WaitUntil(wisp::CondVar& wakeUp, wisp::MutexLock& lock, TimePoint deadline) override {
     wakeUp.wait_until(lock, deadline);
   }
 };

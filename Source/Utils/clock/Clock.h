@@ -13,9 +13,9 @@
 #define DOWNLOADER_UTILS_CLOCK_CLOCK_H_
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
+
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -32,14 +32,14 @@ class Clock {
   // Waits on `wakeUp`, whose mutex `lock` holds, until it is notified (or
   // wakes spuriously) or this clock reaches `deadline`. The caller checks what
   // it waited for and the time again.
-  virtual void WaitUntil(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock,
-                         TimePoint deadline) = 0;
+  virtual void WaitUntil(wisp::CondVar& wakeUp, wisp::MutexLock& lock, TimePoint deadline) = 0;
 
   // Waits until `done()` holds or this clock reaches `deadline`; answers
-  // done(), as condition_variable::wait_until does.
+  // done(), as condition_variable::wait_until does. The analysis cannot see
+  // that `lock` holds the mutex `done` reads under; `done` says so itself.
   template <typename Predicate>
-  bool WaitUntil(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock, TimePoint deadline,
-                 Predicate done) {
+  bool WaitUntil(wisp::CondVar& wakeUp, wisp::MutexLock& lock, TimePoint deadline,
+                 Predicate done) NO_THREAD_SAFETY_ANALYSIS {
     while (!done()) {
       if (Now() >= deadline) return done();
       WaitUntil(wakeUp, lock, deadline);

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <wisp/Mutex.h>
+
 #include "Utils/context/LibraryContext.h"
 #include "Utils/log/LogMessage.h"
 
@@ -20,7 +22,7 @@ MessageLooper::~MessageLooper() {
 }
 
 bool MessageLooper::Start() {
-  std::lock_guard<std::mutex> lock(core_->mutex);
+  wisp::MutexLock lock(&core_->mutex);
   if (core_->state != State::kIdle) return false;
   core_->state = State::kRunning;
   thread_ = std::thread(&MessageLooper::Run, core_, name_);
@@ -36,7 +38,7 @@ bool MessageLooper::PostDelayed(Task task, std::chrono::milliseconds delay) {
 
 bool MessageLooper::Enqueue(Task task, Clock::TimePoint due) {
   {
-    std::lock_guard<std::mutex> lock(core_->mutex);
+    wisp::MutexLock lock(&core_->mutex);
     if (core_->state != State::kRunning) return false;
     core_->pending.push(PendingTask{due, core_->nextSequence++, std::move(task)});
   }
@@ -47,7 +49,7 @@ bool MessageLooper::Enqueue(Task task, Clock::TimePoint due) {
 void MessageLooper::Stop() {
   TaskQueue dropped;
   {
-    std::lock_guard<std::mutex> lock(core_->mutex);
+    wisp::MutexLock lock(&core_->mutex);
     if (core_->state == State::kStopped) return;
     core_->state = State::kStopped;
     // Dropped tasks are destroyed outside the lock: their captures may own
@@ -59,12 +61,12 @@ void MessageLooper::Stop() {
 }
 
 bool MessageLooper::IsLooperThread() const {
-  std::lock_guard<std::mutex> lock(core_->mutex);
+  wisp::MutexLock lock(&core_->mutex);
   return std::this_thread::get_id() == core_->threadId;
 }
 
 bool MessageLooper::Core::TakeNextDueTask(Task* task) {
-  std::unique_lock<std::mutex> lock(mutex);
+  wisp::MutexLock lock(&mutex);
   while (state == State::kRunning) {
     if (pending.empty()) {
       wakeUp.wait(lock);

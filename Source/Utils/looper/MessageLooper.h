@@ -14,15 +14,15 @@
 #define DOWNLOADER_UTILS_LOOPER_MESSAGELOOPER_H_
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <queue>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 #include "Utils/clock/Clock.h"
 
@@ -72,13 +72,12 @@ class MessageLooper {
     explicit Core(Clock& clock) : clock(clock) {}
 
     Clock& clock;
-    std::mutex mutex;
-    // Guarded by mutex.
-    std::condition_variable wakeUp;
-    State state = State::kIdle;
-    uint64_t nextSequence = 0;
-    TaskQueue pending;
-    std::thread::id threadId;
+    wisp::Mutex mutex;
+    wisp::CondVar wakeUp;
+    State state GUARDED_BY(mutex) = State::kIdle;
+    uint64_t nextSequence GUARDED_BY(mutex) = 0;
+    TaskQueue pending GUARDED_BY(mutex);
+    std::thread::id threadId GUARDED_BY(mutex);
 
     // Waits until the earliest task is due; false once stopped.
     bool TakeNextDueTask(Task* task);

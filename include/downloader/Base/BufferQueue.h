@@ -20,12 +20,12 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <mutex>
 
 #include <downloader/Base/BufferChunk.h>
 #include <downloader/Base/DLReadResult.h>
 #include <downloader/Base/DLResultCode.h>
 #include <downloader/DownloaderExport.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -49,9 +49,8 @@ class DOWNLOADER_EXPORT BufferQueue {
   // The order of the members is part of the binary interface (GetTotalBytes
   // is inlined into hosts).
 
-  // Guarded by mutex_.
-  std::deque<std::shared_ptr<BufferChunk>> chunks_;
-  std::mutex mutex_;
+  std::deque<std::shared_ptr<BufferChunk>> chunks_ GUARDED_BY(mutex_);
+  wisp::Mutex mutex_;
   // Written under mutex_, readable without it.
   std::atomic<uint64_t> totalBytes_{0};
 };

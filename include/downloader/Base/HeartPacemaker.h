@@ -18,10 +18,10 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 #include <downloader/Base/PacemakerParams.h>
 #include <downloader/DownloaderExport.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -51,12 +51,11 @@ class DOWNLOADER_EXPORT HeartPacemaker : public std::enable_shared_from_this<Hea
   // calling beat ran on a timer that has since been replaced.
   void ScheduleNext(const PacemakerParams& params);
 
-  // Guarded by mutex_.
-  PacemakerParams params_;
-  std::shared_ptr<MessageLooper> timer_;
+  PacemakerParams params_ GUARDED_BY(mutex_);
+  std::shared_ptr<MessageLooper> timer_ GUARDED_BY(mutex_);
   // Set by Start and Stop; a beat tests it before posting the next one.
   std::atomic<bool> stopped_{true};
-  std::mutex mutex_;
+  wisp::Mutex mutex_;
 };
 
 }  // namespace downloader

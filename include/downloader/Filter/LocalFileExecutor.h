@@ -22,12 +22,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Filter/SubCode.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -61,12 +61,11 @@ class DOWNLOADER_EXPORT LocalFileExecutor : public IDownloadExecutor {
   int32_t GetExecutorType() override;
 
  private:
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::unique_ptr<platform::PositionalFile> file_;
-  int64_t fileSize_ = 0;
-  int64_t readPosition_ = 0;
-  bool opened_ = false;
+  wisp::Mutex mutex_;
+  std::unique_ptr<platform::PositionalFile> file_ GUARDED_BY(mutex_);
+  int64_t fileSize_ GUARDED_BY(mutex_) = 0;
+  int64_t readPosition_ GUARDED_BY(mutex_) = 0;
+  bool opened_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace downloader

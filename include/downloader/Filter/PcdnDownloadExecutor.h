@@ -44,10 +44,8 @@
 #ifndef DOWNLOADER_FILTER_PCDNDOWNLOADEXECUTOR_H_
 #define DOWNLOADER_FILTER_PCDNDOWNLOADEXECUTOR_H_
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/DownloaderExport.h>
@@ -55,6 +53,7 @@
 #include <downloader/Filter/SubCode.h>
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -110,7 +109,7 @@ class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
   // channel asked to go on.
   void ResumeIfDue();
   void StartHeartbeat(int32_t playerId, int64_t downloadId);
-  DLResultCode FailedResult() const;
+  DLResultCode FailedResult() const REQUIRES(mutex_);
 
   // Constant after construction.
   const std::shared_ptr<protocols::IConfigure> config_;
@@ -120,24 +119,24 @@ class DOWNLOADER_EXPORT PcdnDownloadExecutor : public IDownloadExecutor,
   std::string url_;
   int64_t readTimeoutMs_ = 0;
 
-  std::mutex deliveryMutex_;
-  mutable std::mutex mutex_;
-  std::condition_variable cv_;
-  // Guarded by mutex_.
-  int64_t downloadId_ = 0;
-  std::shared_ptr<ByteChannel> channel_;
-  int64_t nextOffset_ = 0;     // the next byte the engine should deliver
-  bool firstEvent_ = false;    // the current read answered
-  bool readDelivered_ = false; // the current read delivered a byte
-  int64_t readFailure_ = 0;    // the current read's failure sub-code, or 0
-  bool stopDelivery_ = false;  // the channel asked the current read to hold back
-  bool resumeDue_ = false;     // and then to go on: a new read is to be asked for
-  bool openFailed_ = false;
-  bool closed_ = false;
-  bool timedOut_ = false;
-  int64_t totalSize_ = 0;
-  uint64_t receivedBytes_ = 0;
-  std::shared_ptr<HeartPacemaker> pacemaker_;
+  // One engine delivery at a time into the channel; it guards no member.
+  wisp::Mutex deliveryMutex_;
+  mutable wisp::Mutex mutex_;
+  wisp::CondVar cv_;
+  int64_t downloadId_ GUARDED_BY(mutex_) = 0;
+  std::shared_ptr<ByteChannel> channel_ GUARDED_BY(mutex_);
+  int64_t nextOffset_ GUARDED_BY(mutex_) = 0;     // the next byte the engine should deliver
+  bool firstEvent_ GUARDED_BY(mutex_) = false;    // the current read answered
+  bool readDelivered_ GUARDED_BY(mutex_) = false; // the current read delivered a byte
+  int64_t readFailure_ GUARDED_BY(mutex_) = 0;    // the current read's failure sub-code, or 0
+  bool stopDelivery_ GUARDED_BY(mutex_) = false;  // the channel asked the current read to hold back
+  bool resumeDue_ GUARDED_BY(mutex_) = false;     // and then to go on: a new read is to be asked for
+  bool openFailed_ GUARDED_BY(mutex_) = false;
+  bool closed_ GUARDED_BY(mutex_) = false;
+  bool timedOut_ GUARDED_BY(mutex_) = false;
+  int64_t totalSize_ GUARDED_BY(mutex_) = 0;
+  uint64_t receivedBytes_ GUARDED_BY(mutex_) = 0;
+  std::shared_ptr<HeartPacemaker> pacemaker_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

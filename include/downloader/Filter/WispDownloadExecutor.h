@@ -55,11 +55,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/DownloaderExport.h>
@@ -67,6 +65,7 @@
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
 #include <downloader/Strategy/Source.h>
+#include <wisp/Mutex.h>
 #include <wisp/http/Error.h>
 #include <wisp/http/IListener.h>
 #include <wisp/http/IRequestCall.h>
@@ -148,17 +147,19 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   void ApplyFlow(const std::weak_ptr<wisp::http::IRequestCall>& call, bool pause, uint64_t queuedBytes);
   // Ends the current call's data with `status`.
   void EndChannel(const std::shared_ptr<ByteChannel>& channel, const DLResultCode& status);
-  bool IsCurrent(wisp::http::IRequestCall* call) const { return call != nullptr && call == call_.get(); }
+  bool IsCurrent(wisp::http::IRequestCall* call) const REQUIRES(mutex_) {
+    return call != nullptr && call == call_.get();
+  }
 
   // Statistics.
   void RefreshRecord();
-  int64_t CurrentSpeedLocked() const;
+  int64_t CurrentSpeedLocked() const REQUIRES(mutex_);
   std::string PlayerEventText();
-  // GetInfo("error_message") and GetInfo("error_kind"). Caller holds mutex_.
-  std::string FailureReasonLocked() const;
-  std::string FailureKindLocked() const;
-  // The sub-code of the current failure, 0 for none. Caller holds mutex_.
-  int64_t FailureSubCodeLocked() const;
+  // GetInfo("error_message") and GetInfo("error_kind").
+  std::string FailureReasonLocked() const REQUIRES(mutex_);
+  std::string FailureKindLocked() const REQUIRES(mutex_);
+  // The sub-code of the current failure, 0 for none.
+  int64_t FailureSubCodeLocked() const REQUIRES(mutex_);
   void HashDump();
   void ReportLastInfo();
 
@@ -183,35 +184,34 @@ class DOWNLOADER_EXPORT WispDownloadExecutor : public IDownloadExecutor,
   int64_t openBufferMs_ = -1;
   std::map<std::string, std::string> track_;
 
-  mutable std::mutex mutex_;
-  std::condition_variable cv_;
-  // Guarded by mutex_.
-  std::shared_ptr<wisp::http::IRequestCall> call_;
-  std::shared_ptr<wisp::http::Response> response_;
-  wisp::http::Error error_;
+  mutable wisp::Mutex mutex_;
+  wisp::CondVar cv_;
+  std::shared_ptr<wisp::http::IRequestCall> call_ GUARDED_BY(mutex_);
+  std::shared_ptr<wisp::http::Response> response_ GUARDED_BY(mutex_);
+  wisp::http::Error error_ GUARDED_BY(mutex_);
   // The last read ran out of "read_timeout" with no error from the network.
-  bool readTimedOut_ = false;
+  bool readTimedOut_ GUARDED_BY(mutex_) = false;
   // The current request was not sent: its header text carries CR or LF.
-  bool headerRefused_ = false;
-  std::shared_ptr<ByteChannel> channel_;
-  std::string requestUrl_;
-  int64_t requestStart_ = 0;      // offset of the current call's first byte
-  int64_t offset_ = 0;            // offset of the next byte to arrive
-  uint64_t receivedBytes_ = 0;    // by the current call
-  uint64_t totalReceived_ = 0;    // by every call of this executor
-  int64_t totalSize_ = 0;
-  Clock::time_point requestStartTime_{};
-  Clock::time_point responseTime_{};
-  Clock::time_point lastByteTime_{};
-  bool closed_ = false;
-  bool everResponded_ = false;
-  bool ready_ = false;
-  bool timedOut_ = false;
-  bool speedUp_ = false;
-  bool pcdnNotRespond_ = false;
-  int64_t playerBufferMs_ = -1;
-  RequestRecord record_;
-  std::unique_ptr<Sha256> hash_;
+  bool headerRefused_ GUARDED_BY(mutex_) = false;
+  std::shared_ptr<ByteChannel> channel_ GUARDED_BY(mutex_);
+  std::string requestUrl_ GUARDED_BY(mutex_);
+  int64_t requestStart_ GUARDED_BY(mutex_) = 0;      // offset of the current call's first byte
+  int64_t offset_ GUARDED_BY(mutex_) = 0;            // offset of the next byte to arrive
+  uint64_t receivedBytes_ GUARDED_BY(mutex_) = 0;    // by the current call
+  uint64_t totalReceived_ GUARDED_BY(mutex_) = 0;    // by every call of this executor
+  int64_t totalSize_ GUARDED_BY(mutex_) = 0;
+  Clock::time_point requestStartTime_ GUARDED_BY(mutex_){};
+  Clock::time_point responseTime_ GUARDED_BY(mutex_){};
+  Clock::time_point lastByteTime_ GUARDED_BY(mutex_){};
+  bool closed_ GUARDED_BY(mutex_) = false;
+  bool everResponded_ GUARDED_BY(mutex_) = false;
+  bool ready_ GUARDED_BY(mutex_) = false;
+  bool timedOut_ GUARDED_BY(mutex_) = false;
+  bool speedUp_ GUARDED_BY(mutex_) = false;
+  bool pcdnNotRespond_ GUARDED_BY(mutex_) = false;
+  int64_t playerBufferMs_ GUARDED_BY(mutex_) = -1;
+  RequestRecord record_ GUARDED_BY(mutex_);
+  std::unique_ptr<Sha256> hash_ GUARDED_BY(mutex_);
 
   // Read by the stream's thread only.
   std::atomic<uint64_t> readBytes_{0};

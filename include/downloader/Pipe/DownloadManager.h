@@ -33,7 +33,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/Base/URI.h>
@@ -41,6 +40,7 @@
 #include <downloader/Pipe/IConfigure.h>
 #include <downloader/Pipe/IReporter.h>
 #include <downloader/Pipe/PseudoConfig.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -114,12 +114,11 @@ class DOWNLOADER_EXPORT DownloadManager {
   // Constant after construction.
   const std::shared_ptr<PseudoConfig> latestConfig_;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::map<int32_t, std::shared_ptr<protocols::IConfigure>> configs_;
-  std::map<int32_t, std::shared_ptr<protocols::IReporter>> reporters_;
-  std::map<int32_t, CompleteListener> completeListeners_;
-  std::string localCachePath_;
+  wisp::Mutex mutex_;
+  std::map<int32_t, std::shared_ptr<protocols::IConfigure>> configs_ GUARDED_BY(mutex_);
+  std::map<int32_t, std::shared_ptr<protocols::IReporter>> reporters_ GUARDED_BY(mutex_);
+  std::map<int32_t, CompleteListener> completeListeners_ GUARDED_BY(mutex_);
+  std::string localCachePath_ GUARDED_BY(mutex_);
 
   // The totals handed out by the last 4009 and 4010 queries.
   std::atomic<int64_t> lastCdnTotalBytes_{0};

@@ -20,13 +20,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Impls/IStream.h>
 #include <downloader/Pipe/ITunnelConfig.h>
 #include <downloader/Pipe/PlayerState.h>
 #include <downloader/Pipe/PulseDataDef.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -72,13 +72,11 @@ class DOWNLOADER_EXPORT ITunnel : public std::enable_shared_from_this<ITunnel> {
   std::atomic<StreamingState> streamingState_{kStreamingStateUnknown};
   std::atomic<uint64_t> streamSequence_{0};
 
-  std::mutex queueMutex_;
-  // Guarded by queueMutex_.
-  StreamQueue streamQueue_;
+  wisp::Mutex queueMutex_;
+  StreamQueue streamQueue_ GUARDED_BY(queueMutex_);
 
-  std::mutex pulseMutex_;
-  // Guarded by pulseMutex_.
-  PulseData pulseData_;
+  wisp::Mutex pulseMutex_;
+  PulseData pulseData_ GUARDED_BY(pulseMutex_);
 };
 
 }  // namespace downloader

@@ -20,7 +20,6 @@
 #define DOWNLOADER_PIPE_KESTRELTUNNEL_H_
 
 #include <memory>
-#include <mutex>
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Pipe/ConfigReader.h>
@@ -28,6 +27,7 @@
 #include <downloader/Pipe/ITunnel.h>
 #include <downloader/Pipe/KestrelDownloadPipeline.h>
 #include <downloader/Strategy/PlayStateMonitor.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -64,10 +64,9 @@ class DOWNLOADER_EXPORT KestrelTunnel : public ITunnel {
   // Constant after construction.
   const std::unique_ptr<KestrelDownloadPipeline> pipeline_;
 
-  std::mutex settingsMutex_;
-  // Guarded by settingsMutex_.
-  StreamParams streamSettings_;
-  std::shared_ptr<PlayStateMonitor> pulseConsumer_;
+  wisp::Mutex settingsMutex_;
+  StreamParams streamSettings_ GUARDED_BY(settingsMutex_);
+  std::shared_ptr<PlayStateMonitor> pulseConsumer_ GUARDED_BY(settingsMutex_);
 };
 
 }  // namespace downloader

@@ -10,11 +10,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Pipe/IConfigure.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -46,13 +46,12 @@ class DOWNLOADER_EXPORT PseudoConfig : public protocols::IConfigure {
   // Null for a name that is not one of the five groups.
   Group* FindGroup(const std::string& group);
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  Group downloaderConfig_;
-  Group playStartConfig_;
-  Group downloaderInfo_;
-  Group httpDownloaderKit_;
-  Group xcdn_;
+  wisp::Mutex mutex_;
+  Group downloaderConfig_ GUARDED_BY(mutex_);
+  Group playStartConfig_ GUARDED_BY(mutex_);
+  Group downloaderInfo_ GUARDED_BY(mutex_);
+  Group httpDownloaderKit_ GUARDED_BY(mutex_);
+  Group xcdn_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

@@ -12,10 +12,10 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Pipe/ITunnel.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -33,9 +33,8 @@ class DOWNLOADER_EXPORT TunnelFinder {
   void RemoveTunnel(const std::shared_ptr<ITunnel>& tunnel);
 
  private:
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::map<uint64_t, std::weak_ptr<ITunnel>> tunnels_;
+  wisp::Mutex mutex_;
+  std::map<uint64_t, std::weak_ptr<ITunnel>> tunnels_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

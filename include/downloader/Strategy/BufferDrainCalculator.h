@@ -11,12 +11,12 @@
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Strategy/DrainCalculator.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -53,9 +53,8 @@ class DOWNLOADER_EXPORT BufferDrainCalculator : public DrainCalculator {
   int32_t currentBufferMs_ = -1;
   int32_t sampleIndex_ = -1;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::string description_;
+  wisp::Mutex mutex_;
+  std::string description_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

@@ -12,10 +12,10 @@
 #define DOWNLOADER_STRATEGY_PLAYSTATEMONITOR_H_
 
 #include <cstdint>
-#include <mutex>
 
 #include <downloader/DownloaderExport.h>
 #include <downloader/Pipe/PulseDataDef.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -34,10 +34,9 @@ class DOWNLOADER_EXPORT PlayStateMonitor {
   int64_t BitRate();
 
  private:
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  int32_t bufferedDurationMs_ = -1;
-  int64_t bitRate_ = 0;
+  wisp::Mutex mutex_;
+  int32_t bufferedDurationMs_ GUARDED_BY(mutex_) = -1;
+  int64_t bitRate_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace downloader

@@ -24,9 +24,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 #include <downloader/DownloaderExport.h>
+#include <wisp/Mutex.h>
 
 namespace downloader {
 
@@ -63,21 +63,20 @@ class DOWNLOADER_EXPORT Source {
   void RegisterStatsSink(std::shared_ptr<StreamStats> sink);
 
  private:
-  bool ClockRunningLocked() const { return receiving_ && !held_; }
+  bool ClockRunningLocked() const REQUIRES(mutex_) { return receiving_ && !held_; }
   // Adds the running interval to receivingUs_ and restarts it at now.
-  void SettleLocked(int64_t nowUs);
+  void SettleLocked(int64_t nowUs) REQUIRES(mutex_);
 
   // Constant after construction.
   const NowFunction now_;
 
-  mutable std::mutex mutex_;
-  // Guarded by mutex_.
-  uint64_t bytes_ = 0;
-  int64_t receivingUs_ = 0;
-  int64_t runningSinceUs_ = 0;  // meaningful while the clock runs
-  bool receiving_ = false;
-  bool held_ = false;
-  std::shared_ptr<StreamStats> sink_;
+  mutable wisp::Mutex mutex_;
+  uint64_t bytes_ GUARDED_BY(mutex_) = 0;
+  int64_t receivingUs_ GUARDED_BY(mutex_) = 0;
+  int64_t runningSinceUs_ GUARDED_BY(mutex_) = 0;  // meaningful while the clock runs
+  bool receiving_ GUARDED_BY(mutex_) = false;
+  bool held_ GUARDED_BY(mutex_) = false;
+  std::shared_ptr<StreamStats> sink_ GUARDED_BY(mutex_);
 };
 
 }  // namespace downloader

@@ -11,6 +11,8 @@
 #include <chrono>
 #include <utility>
 
+#include <wisp/Mutex.h>
+
 namespace wisp {
 namespace internal {
 namespace {
@@ -69,7 +71,7 @@ std::shared_ptr<http::IRequestCall> CurlTransport::CreateCall(RequestPlan spec) 
 
 void CurlTransport::Shutdown() {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (joined_) return;
     stopping_ = true;
     joined_ = true;
@@ -80,7 +82,7 @@ void CurlTransport::Shutdown() {
 
 bool CurlTransport::Post(std::function<void()> task) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (stopping_) return false;
     tasks_.push_back(std::move(task));
   }
@@ -113,7 +115,7 @@ bool CurlTransport::RunPostedTasks() {
   std::vector<std::function<void()>> tasks;
   bool stopping = false;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     tasks.swap(tasks_);
     stopping = stopping_;
   }
@@ -159,7 +161,7 @@ void CurlTransport::EndAllCalls() {
   // before the stop ends like every other running call.
   std::vector<std::function<void()>> tasks;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     tasks.swap(tasks_);
   }
   for (std::function<void()>& task : tasks) task();

@@ -14,10 +14,11 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 #include <vector>
+
+#include <wisp/Mutex.h>
 
 namespace wisp {
 namespace internal {
@@ -55,11 +56,10 @@ class CurlTransport : public Transport, public std::enable_shared_from_this<Curl
 
   std::thread thread_;
 
-  // Guarded by mutex_.
-  std::mutex mutex_;
-  std::vector<std::function<void()>> tasks_;
-  bool stopping_ = false;
-  bool joined_ = false;
+  wisp::Mutex mutex_;
+  std::vector<std::function<void()>> tasks_ GUARDED_BY(mutex_);
+  bool stopping_ GUARDED_BY(mutex_) = false;
+  bool joined_ GUARDED_BY(mutex_) = false;
 
   // Network thread only: calls started and not ended.
   std::unordered_map<CurlCall*, std::shared_ptr<CurlCall>> active_;

@@ -2,12 +2,14 @@
 
 #include <utility>
 
+#include <wisp/Mutex.h>
+
 namespace wisp {
 namespace internal {
 
 bool WinHttpInbox::PostTask(Item task) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (stopping_) return false;
     queue_.push_back(std::move(task));
   }
@@ -17,7 +19,7 @@ bool WinHttpInbox::PostTask(Item task) {
 
 void WinHttpInbox::PostEvent(Item event) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (closed_) return;
     queue_.push_back(std::move(event));
   }
@@ -25,15 +27,16 @@ void WinHttpInbox::PostEvent(Item event) {
 }
 
 bool WinHttpInbox::Take(Clock::time_point deadline, bool draining, std::deque<Item>* items) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  wake_.wait_until(lock, deadline, [this, draining] { return !queue_.empty() || (stopping_ && !draining); });
+  wisp::MutexLock lock(&mutex_);
+  wake_.wait_until(lock, deadline,
+                   [this, draining]() REQUIRES(mutex_) { return !queue_.empty() || (stopping_ && !draining); });
   items->swap(queue_);
   return !stopping_;
 }
 
 void WinHttpInbox::Stop() {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     stopping_ = true;
   }
   wake_.notify_all();
@@ -42,7 +45,7 @@ void WinHttpInbox::Stop() {
 void WinHttpInbox::Close() {
   std::deque<Item> dropped;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     stopping_ = true;
     closed_ = true;
     dropped.swap(queue_);

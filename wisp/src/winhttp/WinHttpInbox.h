@@ -9,10 +9,10 @@
 #define WISP_SRC_WINHTTP_WINHTTPINBOX_H_
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
+
+#include <wisp/Mutex.h>
 
 namespace wisp {
 namespace internal {
@@ -34,11 +34,11 @@ class WinHttpInbox {
   void Close();
 
  private:
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::deque<Item> queue_;
-  bool stopping_ = false;
-  bool closed_ = false;
+  wisp::Mutex mutex_;
+  wisp::CondVar wake_;
+  std::deque<Item> queue_ GUARDED_BY(mutex_);
+  bool stopping_ GUARDED_BY(mutex_) = false;
+  bool closed_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace internal

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include <wisp/Mutex.h>
+
 namespace wisp {
 namespace internal {
 namespace {
@@ -87,7 +89,7 @@ std::shared_ptr<http::IRequestCall> WinHttpTransport::CreateCall(RequestPlan spe
 
 void WinHttpTransport::Shutdown() {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    wisp::MutexLock lock(&mutex_);
     if (joined_) return;
     joined_ = true;
   }

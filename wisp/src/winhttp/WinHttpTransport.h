@@ -18,9 +18,10 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
+
+#include <wisp/Mutex.h>
 
 namespace wisp {
 namespace internal {
@@ -60,9 +61,8 @@ class WinHttpTransport : public Transport, public std::enable_shared_from_this<W
 
   std::thread thread_;
 
-  // Guarded by mutex_.
-  std::mutex mutex_;
-  bool joined_ = false;
+  wisp::Mutex mutex_;
+  bool joined_ GUARDED_BY(mutex_) = false;
 
   // Network thread only: calls started whose WinHTTP handles are not all closed.
   std::unordered_map<WinHttpCall*, std::shared_ptr<WinHttpCall>> active_;
