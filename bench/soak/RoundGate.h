@@ -2,10 +2,12 @@
 // between rounds the round thread closes it, waits until no request is in
 // flight, does its work on the quiet cache, and opens it again.
 //
-// Thread rules: any thread; mutex_ guards active_ and closed_.
+// Thread rules: any thread; mutex_ guards active_ and closed_; closing_
+// mirrors closed_ for readers that only ask.
 #ifndef BENCH_SOAK_ROUNDGATE_H_
 #define BENCH_SOAK_ROUNDGATE_H_
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -22,14 +24,19 @@ class RoundGate {
     std::lock_guard<std::mutex> lock(mutex_);
     if (--active_ == 0) changed_.notify_all();
   }
+  // True while the round thread waits for the requests in flight: they may
+  // stop early, as a player stops reading.
+  bool Closing() const { return closing_.load(); }
   void CloseAndDrain() {
     std::unique_lock<std::mutex> lock(mutex_);
     closed_ = true;
+    closing_.store(true);
     changed_.wait(lock, [this] { return active_ == 0; });
   }
   void Open() {
     std::lock_guard<std::mutex> lock(mutex_);
     closed_ = false;
+    closing_.store(false);
     changed_.notify_all();
   }
 
@@ -38,6 +45,7 @@ class RoundGate {
   std::condition_variable changed_;
   int active_ = 0;
   bool closed_ = false;
+  std::atomic<bool> closing_{false};
 };
 
 }  // namespace soak

@@ -1,7 +1,7 @@
 // A long run of many streams under every fault at once, checking every byte:
 //
 //   soak_host ORIGIN_URL WORK_FOLDER SECONDS [--tunnels=8] [--streams=8]
-//             [--read-timeout-ms=2000] [--rss-limit-mib=0] [--round-ms=3000]
+//             [--read-timeout-ms=2000] [--rss-limit-mib=0] [--round-ms=5000]
 //             [--resources=24] [--seed=N] [--pcdn-engine=PATH]
 //
 // TUNNELS x STREAMS threads each read one resource after another through
@@ -10,8 +10,9 @@
 // changes every round). Segment writing is on; the cache lives in
 // WORK_FOLDER/cache, and between rounds (every --round-ms, with no request in
 // flight) some of its files are truncated, bit-cleared, overwritten with
-// foreign bytes or removed. Every byte a stream delivers is checked against
-// the origin's synthetic content.
+// foreign bytes or removed; a round's start, like the run's end, closes the
+// streams still reading, as a player that stops. Every byte a stream delivers
+// is checked against the origin's synthetic content.
 //
 // The run fails (status 1) on a wrong byte, on data past or short of the
 // resource's end reported as complete; (status 3) at once when a stream makes
@@ -65,7 +66,7 @@ struct Options {
   int streamsPerTunnel = 8;
   int64_t readTimeoutMs = 2000;
   int64_t rssLimitMib = 0;
-  int64_t roundMs = 3000;
+  int64_t roundMs = 5000;
   int resources = 24;
   uint64_t seed = 0;
   std::string pcdnEngine;
@@ -156,6 +157,8 @@ struct Tally {
   std::atomic<int64_t> completed{0};
   std::atomic<int64_t> openFailed{0};
   std::atomic<int64_t> readFailed{0};
+  // Closed before their end when a round began or the run ended.
+  std::atomic<int64_t> stopped{0};
   std::atomic<int64_t> bytesChecked{0};
   std::array<std::atomic<int64_t>, kFaultKindCount> faults{};
   std::atomic<int64_t> pcdnScripts{0};
@@ -264,6 +267,10 @@ void Soak::ReadStream(downloader::IStream& stream, StreamSlot& slot, const Resou
   std::vector<uint8_t> buffer(kLargestPacket);
   int64_t offset = start;
   while (true) {
+    if (gate_.Closing() || ending_.load()) {
+      tally_.stopped.fetch_add(1);
+      return;
+    }
     uint64_t packet = 1 + random() % kLargestPacket;
     DLReadResult read = stream.Read(buffer.data(), packet);
     if (read.code == kDLSuccess) {
@@ -363,10 +370,11 @@ void Soak::PrintSummary(const std::string& verdict) {
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
   std::printf("soak: verdict=%s seconds=%.1f seed=%llu tunnels=%d streams=%zu\n", verdict.c_str(), seconds,
               static_cast<unsigned long long>(options_.seed), options_.tunnels, slots_.size());
-  std::printf("soak: requests=%lld completed=%lld open_failed=%lld read_failed=%lld bytes_checked=%lld\n",
+  std::printf("soak: requests=%lld completed=%lld stopped=%lld open_failed=%lld read_failed=%lld"
+              " bytes_checked=%lld\n",
               static_cast<long long>(tally_.requests.load()), static_cast<long long>(tally_.completed.load()),
-              static_cast<long long>(tally_.openFailed.load()), static_cast<long long>(tally_.readFailed.load()),
-              static_cast<long long>(tally_.bytesChecked.load()));
+              static_cast<long long>(tally_.stopped.load()), static_cast<long long>(tally_.openFailed.load()),
+              static_cast<long long>(tally_.readFailed.load()), static_cast<long long>(tally_.bytesChecked.load()));
   std::printf("soak: faults");
   for (size_t k = 0; k < kFaultKindCount; ++k) {
     std::printf(" %s=%lld", FaultName(static_cast<FaultKind>(k)), static_cast<long long>(tally_.faults[k].load()));
