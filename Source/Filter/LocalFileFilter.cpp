@@ -16,6 +16,11 @@ static_assert(SameText(LocalFileFilter::kLocalUrlPrefix, RequestKind::kLocalFile
 
 }  // namespace
 
+// Defined here as well as in the class so that the library emits and exports
+// it: nothing inside the library reads it by address any more, and a Windows
+// host that does imports it from the DLL.
+constexpr const char LocalFileFilter::kLocalUrlPrefix[];
+
 LocalFileFilter::LocalFileFilter() = default;
 
 LocalFileFilter::~LocalFileFilter() = default;
