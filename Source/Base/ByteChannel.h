@@ -14,7 +14,11 @@
 // Flow: once more than kPauseAboveBytes are queued the channel asks the
 // producer to hold back, and once the reader has drained it below
 // kResumeBelowBytes it asks it to go on. It asks through the FlowSignal given
-// at construction, or the producer waits in WaitWhilePaused.
+// at construction, or the producer waits in WaitWhilePaused. The marks are
+// small on purpose: while a network producer holds back, the kernel's socket
+// buffer keeps receiving, so the queue only has to cover the moment a resume
+// takes, and a reader slower than the network costs about 2 MiB, not the
+// resource.
 //
 // Edge cases:
 // - Read with nothing queued waits, in steps of at most kWaitStep, until
@@ -59,8 +63,8 @@ class ByteChannel {
   using FlowSignal = std::function<void(bool pause, uint64_t queuedBytes)>;
 
   static constexpr size_t kNodeBytes = 1u << 20;
-  static constexpr uint64_t kPauseAboveBytes = 8u << 20;
-  static constexpr uint64_t kResumeBelowBytes = 4u << 20;
+  static constexpr uint64_t kPauseAboveBytes = 1u << 20;
+  static constexpr uint64_t kResumeBelowBytes = 512u * 1024;
   static constexpr std::chrono::milliseconds kWaitStep{100};
   static constexpr std::chrono::milliseconds kCoalesceStep{2};
   static constexpr size_t kLockedCopyBytes = 64u * 1024;

@@ -97,7 +97,7 @@ TEST_F(WispExecutorConcurrencyTest, QueueAboveTheBoundPausesTheCallAndDrainingRe
     EXPECT_LE(std::stoull(executor->GetInfo("memory_usage")), heldLimit);
     EXPECT_EQ(executor->InletSoFar().receivingUs, receivingWhenHeld);
     // Below the resume mark: the call must start again for the rest to come.
-    const int64_t chunk = 6 << 20;
+    const int64_t chunk = static_cast<int64_t>(ByteChannel::kPauseAboveBytes - ByteChannel::kResumeBelowBytes) + (2 << 20);
     DLReadResult last = ReadBytes(executor.get(), static_cast<int64_t>(data.size()) + chunk, 65536, &data);
     ASSERT_EQ(last.code, kDLSuccess);
     EXPECT_LE(std::stoull(executor->GetInfo("memory_usage")), heldLimit);
