@@ -22,7 +22,8 @@
 
 namespace {
 
-constexpr size_t kReadSize = 1 << 20;
+// A player's read size; the host's buffers count in its RSS as a player's would.
+constexpr size_t kReadSize = 64 * 1024;
 constexpr int kDefaultTunnels = 8;
 constexpr int kDefaultStreamsPerTunnel = 8;
 
