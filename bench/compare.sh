@@ -7,7 +7,9 @@
 #      both only reading; and, for information, dlplay writing the segments
 #      into a fresh cache as it plays;
 #   c. the same playlist replayed from dlplay's cache beside `cat` of its cache
-#      files, both with a warm page cache.
+#      files, both with a warm page cache;
+#   d. the 1 GiB file replayed from dlplay's cache beside `cat` of its cache
+#      file, both with a warm page cache.
 # Every round runs each pair once, the peer first in even rounds and dlplay
 # first in odd ones; each value is a whole process (start-up included for both
 # sides), and the table gives per case the median [min, max] of the per-round
@@ -52,6 +54,8 @@ reading=(--set downloader_config.enable_segment_writer=false)
 # the origin's, from the level each case is meant to use.
 check_plays() {
   "$dlplay" --cache "$work/none" "${reading[@]}" --report json "$big_url" 2>/dev/null >"$work/big.json"
+  "$dlplay" --cache "$work/bigcache" "${writing[@]}" "$big_url" >/dev/null 2>&1
+  "$dlplay" --cache "$work/bigcache" "${writing[@]}" --report json "$big_url" 2>/dev/null >"$work/bigcache.json"
   "$dlplay" --cache "$work/replay" "${writing[@]}" --report json "$hls_url" 2>/dev/null >"$work/http.json"
   "$dlplay" --cache "$work/replay" "${writing[@]}" --report json "$hls_url" 2>/dev/null >"$work/cache.json"
   ffmpeg -v error -i "$hls_url" -c copy -f null - </dev/null
@@ -71,6 +75,9 @@ failures = []
 big = records("big.json")
 if len(big) != 1 or big[0]["code"] != 0 or big[0]["level"] != 4 or big[0]["sha256"] != digest(f"{work}/www/1g.bin"):
     failures.append(f"1 GiB file: {big}")
+cached = records("bigcache.json")
+if len(cached) != 1 or cached[0]["code"] != 0 or cached[0]["level"] != 0 or cached[0]["sha256"] != big[0]["sha256"]:
+    failures.append(f"1 GiB file from the cache: {cached}")
 for name, level in (("http.json", 4), ("cache.json", 0)):
     played = [r for r in records(name) if r["url"].endswith(".ts")]
     if len(played) != segments:
@@ -88,6 +95,8 @@ check_plays
 mapfile -t cache_files < <(find "$work/replay" -type f -name 'cache.*')
 ((${#cache_files[@]} == segments)) || { echo "compare: ${#cache_files[@]} cache files, $segments expected"; exit 1; }
 hls_bytes=$(cat "$work"/www/hls/*.ts | wc -c)
+mapfile -t big_cache_file < <(find "$work/bigcache" -type f -name 'cache.*')
+((${#big_cache_file[@]} == 1)) || { echo "compare: ${#big_cache_file[@]} cache files for the 1 GiB file"; exit 1; }
 
 samples=$work/samples.txt
 : >"$samples"
@@ -127,11 +136,20 @@ dlplay_replay() {
   cat "${cache_files[@]}" >/dev/null
   sample replay dlplay "$(wall_of "$dlplay" --cache "$work/replay" "${writing[@]}" "$hls_url")"
 }
+cat_big_replay() {
+  cat "${big_cache_file[@]}" >/dev/null
+  sample big_replay cat "$(wall_of cat "${big_cache_file[@]}")"
+}
+dlplay_big_replay() {
+  cat "${big_cache_file[@]}" >/dev/null
+  sample big_replay dlplay "$(wall_of "$dlplay" --cache "$work/bigcache" "${writing[@]}" "$big_url")"
+}
 for ((round = 0; round < rounds; round++)); do
   pair "$round" curl_big dlplay_big
   pair "$round" ffmpeg_hls dlplay_hls
   pair "$round" ffmpeg_hls_writing dlplay_hls_writing
   pair "$round" cat_replay dlplay_replay
+  pair "$round" cat_big_replay dlplay_big_replay
 done
 
 cat >"$work/spec.json" <<JSON
@@ -146,7 +164,9 @@ cat >"$work/spec.json" <<JSON
    "target": {"on": "ratio", "op": ">=", "value": 1.5}},
   {"case": "hls_writing", "label": "the same, dlplay writing the cache", "peer": "ffmpeg", "unit": "seconds", "bytes": $hls_bytes},
   {"case": "replay", "label": "the playlist replayed from the cache", "peer": "cat", "unit": "seconds", "bytes": $hls_bytes,
-   "target": {"on": "ratio", "op": ">=", "value": 0.9}}
+   "target": {"on": "ratio", "op": ">=", "value": 0.9}},
+  {"case": "big_replay", "label": "the $((big_size / 1048576)) MiB file replayed from the cache", "peer": "cat", "unit": "seconds",
+   "bytes": $big_size, "target": {"on": "ratio", "op": ">=", "value": 0.9}}
  ]}
 JSON
 mkdir -p "$results"
