@@ -1,6 +1,7 @@
 #include "Utils/context/LibraryContext.h"
 
 #include <atomic>
+#include <cstdlib>
 
 #include <wisp/http/WispClient.h>
 
@@ -15,9 +16,16 @@ LibraryContext::LibraryContext(Clock& clock, std::shared_ptr<wisp::http::WispCli
     : clock_(clock), httpClient_(std::move(httpClient)) {}
 
 LibraryContext::~LibraryContext() {
-  // The map's references go first, so that each service dies in its turn.
-  services_.clear();
+  for (std::atomic<void*>& slot : made_) slot.store(nullptr, std::memory_order_relaxed);
   while (!madeInOrder_.empty()) madeInOrder_.pop_back();
+}
+
+size_t LibraryContext::NextSlot() {
+  static std::atomic<size_t> next{0};
+  const size_t slot = next.fetch_add(1, std::memory_order_relaxed);
+  // A new service class past the bound is a build-time mistake: fail on its first use.
+  if (slot >= kMaxServices) std::abort();
+  return slot;
 }
 
 LibraryContext& LibraryContext::Current() {

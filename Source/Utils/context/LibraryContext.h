@@ -19,16 +19,19 @@
 // they are gone; that context's services are destroyed with it.
 //
 // Thread rules: any thread. Get<T>() holds mutex_ while it makes a service
-// (re-entered when a service asks for another while it is made). Install only
-// while no object of the library runs.
+// (re-entered when a service asks for another while it is made); once made, a
+// service is found without the lock, so network callbacks that count into a
+// service per block do not meet on a mutex. Install only while no object of
+// the library runs.
 #ifndef DOWNLOADER_UTILS_CONTEXT_LIBRARYCONTEXT_H_
 #define DOWNLOADER_UTILS_CONTEXT_LIBRARYCONTEXT_H_
 
-#include <map>
+#include <array>
+#include <atomic>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <type_traits>
-#include <typeindex>
 #include <utility>
 #include <vector>
 
@@ -58,13 +61,14 @@ class LibraryContext {
 
   template <typename Service>
   Service& Get() {
+    std::atomic<void*>& slot = made_[SlotOf<Service>()];
+    if (void* made = slot.load(std::memory_order_acquire)) return *static_cast<Service*>(made);
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    auto found = services_.find(std::type_index(typeid(Service)));
-    if (found != services_.end()) return *static_cast<Service*>(found->second.get());
+    if (void* made = slot.load(std::memory_order_acquire)) return *static_cast<Service*>(made);
     std::shared_ptr<Service> made = Make<Service>();
     Service& service = *made;
-    services_.emplace(std::type_index(typeid(Service)), made);
     madeInOrder_.push_back(std::move(made));
+    slot.store(&service, std::memory_order_release);
     return service;
   }
 
@@ -90,12 +94,25 @@ class LibraryContext {
     }
   }
 
+  // More kinds of service than the library has; NextSlot aborts past it.
+  static constexpr size_t kMaxServices = 64;
+  // Each service class gets its slot once per process, the same in every
+  // context.
+  template <typename Service>
+  static size_t SlotOf() {
+    static const size_t slot = NextSlot();
+    return slot;
+  }
+  static size_t NextSlot();
+
   Clock& clock_;
+
+  // Written once under mutex_, read without it.
+  std::array<std::atomic<void*>, kMaxServices> made_{};
 
   std::recursive_mutex mutex_;
   // Guarded by mutex_.
   std::shared_ptr<wisp::http::WispClient> httpClient_;
-  std::map<std::type_index, std::shared_ptr<void>> services_;
   std::vector<std::shared_ptr<void>> madeInOrder_;
 };
 
