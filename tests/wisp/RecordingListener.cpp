@@ -2,6 +2,8 @@
 
 #include "SyntheticContent.h"
 
+#include <algorithm>
+
 namespace wisptest {
 
 void RecordingListener::VerifySynthetic(const std::string& path) {
@@ -27,7 +29,11 @@ bool RecordingListener::WaitForBytes(int64_t atLeast, std::chrono::milliseconds 
 
 void RecordingListener::RecordLocked(Event event) {
   if (cancelled_) ++callbacksAfterCancel_;
-  if (std::this_thread::get_id() == forbiddenThread_) ++callbacksOnForbiddenThread_;
+  const std::thread::id thread = std::this_thread::get_id();
+  if (thread == forbiddenThread_) ++callbacksOnForbiddenThread_;
+  if (std::find(callbackThreads_.begin(), callbackThreads_.end(), thread) == callbackThreads_.end()) {
+    callbackThreads_.push_back(thread);
+  }
   if (ended_ && orderProblem_.empty()) orderProblem_ = "a callback after the end";
   bool responded = false;
   for (Event earlier : events_) responded = responded || earlier == Event::kResponse;

@@ -59,6 +59,8 @@ class RecordingListener : public wisp::http::IListener {
   std::vector<std::pair<wisp::http::StatusPhase, int64_t>> Phases() const { return Locked(phases_); }
   int CallbacksAfterCancel() const { return Locked(callbacksAfterCancel_); }
   int CallbacksOnForbiddenThread() const { return Locked(callbacksOnForbiddenThread_); }
+  // The threads that the callbacks came on, each once, in order of first use.
+  std::vector<std::thread::id> CallbackThreads() const { return Locked(callbackThreads_); }
   // "" when the callbacks came in the documented order; else what went wrong.
   std::string OrderProblem() const { return Locked(orderProblem_); }
 
@@ -98,6 +100,7 @@ class RecordingListener : public wisp::http::IListener {
   bool cancelled_ = false;
   int callbacksAfterCancel_ = 0;
   int callbacksOnForbiddenThread_ = 0;
+  std::vector<std::thread::id> callbackThreads_;
   wisp::http::Error error_;
   std::shared_ptr<wisp::http::Response> response_;
   int64_t bytes_ = 0;

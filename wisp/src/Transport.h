@@ -1,5 +1,6 @@
-// What a backend provides: calls that share its network thread and
-// connection pool. One Transport per WispClient; each backend folder defines
+// What a backend provides: calls that share its network threads and
+// connection pools, each call's network side running on one of them. One
+// Transport per WispClient; each backend folder defines
 // CreatePlatformTransport and ResolveHost.
 #ifndef WISP_SRC_TRANSPORT_H_
 #define WISP_SRC_TRANSPORT_H_
@@ -22,7 +23,7 @@ class Transport {
   // Any thread. Never null.
   virtual std::shared_ptr<http::IRequestCall> CreateCall(RequestPlan spec) = 0;
   // Ends the running calls with ErrorKind::kCancelled and joins the network
-  // thread. Idempotent; not from the network thread.
+  // threads. Idempotent; not from a network thread.
   virtual void Shutdown() = 0;
 };
 

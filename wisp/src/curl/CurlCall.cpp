@@ -22,9 +22,16 @@ namespace {
 
 using http::ErrorKind;
 
-// Large receive blocks keep the per-byte cost of the network thread low;
-// libcurl hands the body over in blocks of at most this size.
-constexpr long kReceiveBufferBytes = 512 * 1024;
+// A call's receive buffer is its share of a budget per network thread. A
+// call alone gets a large one, so that its thread makes few recv calls per
+// MiB; many calls get small ones, so that the buffers stay far below a
+// megabyte per stream (libcurl before 8.7 allocates one per transfer), and
+// with many sockets ready at each wake-up a small recv each costs little.
+// The size bounds each recv only: libcurl hands the body to the write
+// callback in pieces of at most CURL_MAX_WRITE_SIZE (16 KiB) whatever it is.
+constexpr int32_t kReceiveBudgetBytes = 2 * 1024 * 1024;
+constexpr int32_t kMinReceiveBufferBytes = 64 * 1024;
+constexpr int32_t kMaxReceiveBufferBytes = 512 * 1024;
 constexpr const char kUserAgent[] = "wisp/1";
 
 ErrorKind KindOf(CURLcode code) {
@@ -65,6 +72,12 @@ ErrorKind KindOf(CURLcode code) {
     default:
       return ErrorKind::kInternal;
   }
+}
+
+// `callsInProgress` counts the call that asks.
+long ReceiveBufferBytes(int32_t callsInProgress) {
+  const int32_t share = kReceiveBudgetBytes / std::max(callsInProgress, 1);
+  return std::clamp(share, kMinReceiveBufferBytes, kMaxReceiveBufferBytes);
 }
 
 std::string LowerFirst(std::string text) {
@@ -139,10 +152,17 @@ std::string AddressText(const sockaddr* address) {
 
 }  // namespace
 
-CurlCall::CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner, RequestPlan spec)
-    : CallBase(std::move(spec)), transport_(std::move(transport)), owner_(owner) {}
+CurlCall::CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner,
+                   std::shared_ptr<std::atomic<int32_t>> inProgress, RequestPlan spec)
+    : CallBase(std::move(spec)), transport_(std::move(transport)), owner_(owner), inProgress_(std::move(inProgress)) {
+  inProgress_->fetch_add(1, std::memory_order_relaxed);
+}
 
-CurlCall::~CurlCall() = default;
+CurlCall::~CurlCall() { LeaveInProgress(); }
+
+void CurlCall::LeaveInProgress() {
+  if (counted_.exchange(false, std::memory_order_relaxed)) inProgress_->fetch_sub(1, std::memory_order_relaxed);
+}
 
 bool CurlCall::PostTask(std::function<void()> task) {
   std::shared_ptr<CurlTransport> transport = transport_.lock();
@@ -151,6 +171,7 @@ bool CurlCall::PostTask(std::function<void()> task) {
 
 void CurlCall::Begin() {
   if (Silenced()) {
+    LeaveInProgress();
     FinishCancelled();
     return;
   }
@@ -158,6 +179,7 @@ void CurlCall::Begin() {
   if (Spec().invalid.IsError()) {
     stage_ = Stage::kDone;
     owner_->Untrack(this);
+    LeaveInProgress();
     FinishWithError(Spec().invalid);
     return;
   }
@@ -192,7 +214,7 @@ bool CurlCall::SetUpHandle() {
   if (!spec.proxy.empty()) curl_easy_setopt(easy_, CURLOPT_PROXY, spec.proxy.c_str());
   curl_easy_setopt(easy_, CURLOPT_TCP_KEEPALIVE, 1L);
   curl_easy_setopt(easy_, CURLOPT_USERAGENT, kUserAgent);
-  curl_easy_setopt(easy_, CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
+  curl_easy_setopt(easy_, CURLOPT_BUFFERSIZE, ReceiveBufferBytes(owner_->CallsInProgress()));
   curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &CurlCall::HeaderThunk);
   curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
   curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &CurlCall::BodyThunk);
@@ -248,6 +270,7 @@ void CurlCall::EndTransfer() {
   connectTo_ = nullptr;
   stage_ = Stage::kDone;
   owner_->Untrack(this);
+  LeaveInProgress();
 }
 
 void CurlCall::StopForCancel() {

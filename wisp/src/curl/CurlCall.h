@@ -10,6 +10,8 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -21,8 +23,11 @@ class CurlTransport;
 class CurlCall : public CallBase {
  public:
   // `owner` is used on the network thread only, where it is alive;
-  // `transport` is how other threads reach it.
-  CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner, RequestPlan spec);
+  // `transport` is how other threads reach it. The call counts itself in
+  // `inProgress` (its transport's calls in progress) until it ends or is
+  // destroyed.
+  CurlCall(std::weak_ptr<CurlTransport> transport, CurlTransport* owner,
+           std::shared_ptr<std::atomic<int32_t>> inProgress, RequestPlan spec);
   ~CurlCall() override;
 
   // --- Network thread.
@@ -43,6 +48,8 @@ class CurlCall : public CallBase {
   void StopForCancel() override;
   void ApplyPause() override;
   std::shared_ptr<CurlCall> Self() { return std::static_pointer_cast<CurlCall>(shared_from_this()); }
+  // Takes the call out of its transport's count, once; any thread.
+  void LeaveInProgress();
   bool SetUpHandle();
   void StartAttempt();
   void EndTransfer();
@@ -61,6 +68,9 @@ class CurlCall : public CallBase {
   // Constant after construction.
   const std::weak_ptr<CurlTransport> transport_;
   CurlTransport* const owner_;
+  const std::shared_ptr<std::atomic<int32_t>> inProgress_;
+
+  std::atomic<bool> counted_{true};
 
   // Network thread only.
   Stage stage_ = Stage::kNotBegun;

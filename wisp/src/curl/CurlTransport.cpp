@@ -29,8 +29,6 @@ void InitCurlOnce() {
 
 }  // namespace
 
-std::shared_ptr<Transport> CreatePlatformTransport() { return CurlTransport::Create(); }
-
 std::vector<std::string> ResolveHost(const std::string& host) {
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
@@ -58,7 +56,8 @@ std::shared_ptr<CurlTransport> CurlTransport::Create() {
   return transport;
 }
 
-CurlTransport::CurlTransport() : multi_(curl_multi_init()) {}
+CurlTransport::CurlTransport()
+    : multi_(curl_multi_init()), callsInProgress_(std::make_shared<std::atomic<int32_t>>(0)) {}
 
 CurlTransport::~CurlTransport() {
   Shutdown();
@@ -66,7 +65,7 @@ CurlTransport::~CurlTransport() {
 }
 
 std::shared_ptr<http::IRequestCall> CurlTransport::CreateCall(RequestPlan spec) {
-  return std::make_shared<CurlCall>(weak_from_this(), this, std::move(spec));
+  return std::make_shared<CurlCall>(weak_from_this(), this, callsInProgress_, std::move(spec));
 }
 
 void CurlTransport::Shutdown() {

@@ -1,10 +1,17 @@
-// The POSIX backend's network thread: one libcurl multi handle driven by one
-// thread, which runs every transfer, every listener callback and every task
-// that callers post (start, cancel, pause, resume). The multi handle keeps
-// the connection pool and the DNS cache that the client's calls share.
+// One of the POSIX backend's network threads (see CurlTransportPool): one
+// libcurl multi handle driven by one thread, which runs every transfer,
+// every listener callback and every task that callers post (start, cancel,
+// pause, resume) of the calls made on it. The multi handle keeps the
+// connections and the DNS cache that those calls share.
 //
-// Threads: CreateCall, Post and Shutdown from any thread (Shutdown not from
-// the network thread); Multi, Track and Untrack on the network thread only.
+// A call is in progress from its creation until it ends (before its last
+// callback, so that a caller who starts the next call from there or after
+// it sees the count without it) or, when it never ends, until it is
+// destroyed. A call created and never started counts until destroyed.
+//
+// Threads: CreateCall, Post, CallsInProgress and Shutdown from any thread
+// (Shutdown not from the network thread); Multi, Track and Untrack on the
+// network thread only. The count of calls in progress is atomic.
 #ifndef WISP_SRC_CURL_CURLTRANSPORT_H_
 #define WISP_SRC_CURL_CURLTRANSPORT_H_
 
@@ -12,6 +19,8 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -37,6 +46,8 @@ class CurlTransport : public Transport, public std::enable_shared_from_this<Curl
   // transport is shutting down.
   bool Post(std::function<void()> task);
 
+  int32_t CallsInProgress() const { return callsInProgress_->load(std::memory_order_relaxed); }
+
   CURLM* Multi() const { return multi_; }
   void Track(std::shared_ptr<CurlCall> call);
   void Untrack(CurlCall* call);
@@ -53,6 +64,8 @@ class CurlTransport : public Transport, public std::enable_shared_from_this<Curl
 
   // Constant after construction.
   CURLM* const multi_;
+  // Shared with the calls, which may outlive the transport.
+  const std::shared_ptr<std::atomic<int32_t>> callsInProgress_;
 
   std::thread thread_;
 

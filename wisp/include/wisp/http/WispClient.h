@@ -1,6 +1,8 @@
-// The entry point: makes request calls that share one network thread, one
-// connection pool (keep-alive connections are reused across the client's
-// requests; HTTP/2 is used where TLS negotiates it) and one DNS cache.
+// The entry point: makes request calls that share the client's network
+// threads, connection pools (keep-alive connections are reused across the
+// client's requests; HTTP/2 is used where TLS negotiates it) and DNS caches.
+// Each call runs on one thread: a few on POSIX, where a new call goes to the
+// least busy one so that requests made one after another share connections.
 //
 // Threads: every method may be called from any thread.
 //
@@ -28,8 +30,8 @@ class WISP_EXPORT WispClient {
   // The process-wide client. It lives until the process ends (it is never
   // destroyed, so that no thread is joined while a module unloads).
   static std::shared_ptr<WispClient> Default();
-  // A client of its own, with its own thread and pool. Destroying it ends its
-  // running requests with ErrorKind::kCancelled and joins its thread; do not
+  // A client of its own, with its own threads and pools. Destroying it ends
+  // its running requests with ErrorKind::kCancelled and joins its threads; do not
   // drop its last reference from inside one of its listeners.
   static std::shared_ptr<WispClient> Create();
 
