@@ -15,7 +15,7 @@ demo_packages=(
 )
 full_packages=(
   "${demo_packages[@]}"
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev lld
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   g++-mingw-w64-x86-64 wine64
   nginx curl ffmpeg gnuplot-nox python3 openssl
