@@ -349,7 +349,10 @@ Player::Fetch Player::ReadToEnd(OpenRequest& request, bool keepBody) {
 void Player::ReadBody(OpenRequest& request, bool keepBody, Sha256* digest, Fetch* fetch) {
   RequestReport& report = fetch->report;
   downloader::IStream& stream = *request.stream;
-  std::vector<uint8_t> packet(kReadPacketSize);
+  // Kept from request to request and never zeroed: a playlist's segments
+  // would otherwise each pay for a fresh megabyte's pages.
+  if (packet_ == nullptr) packet_.reset(new uint8_t[kReadPacketSize]);
+  uint8_t* const packet = packet_.get();
   uint64_t offset = request.rangeStart > 0 ? static_cast<uint64_t>(request.rangeStart) : 0;
   // A stream opened ahead may have waited: the pace runs from the first read.
   Clock::time_point readingBegan = Clock::now();
@@ -357,7 +360,7 @@ void Player::ReadBody(OpenRequest& request, bool keepBody, Sha256* digest, Fetch
   std::string plain;
   for (;;) {
     if (stop_ != nullptr && stop_->load()) return;
-    DLReadResult result = stream.Read(packet.data(), packet.size());
+    DLReadResult result = stream.Read(packet, kReadPacketSize);
     if (result.code == kDLEndOfData) {
       if (request.decryptor && !request.decryptor->Finish(&plain)) {
         report.code = kDLFailure;
@@ -372,17 +375,17 @@ void Player::ReadBody(OpenRequest& request, bool keepBody, Sha256* digest, Fetch
       return;
     }
     if (result.bytes == 0) continue;
-    if (digest) digest->Update(packet.data(), result.bytes);
-    if (keepBody) fetch->body.append(reinterpret_cast<const char*>(packet.data()), result.bytes);
+    if (digest) digest->Update(packet, result.bytes);
+    if (keepBody) fetch->body.append(reinterpret_cast<const char*>(packet), result.bytes);
     if (!keepBody && request.decryptor) {
       plain.clear();
-      request.decryptor->Update(packet.data(), result.bytes, &plain);
+      request.decryptor->Update(packet, result.bytes, &plain);
       WriteMedia(plain.data(), plain.size());
       plain.clear();
     } else if (!keepBody) {
-      WriteMedia(reinterpret_cast<const char*>(packet.data()), result.bytes);
+      WriteMedia(reinterpret_cast<const char*>(packet), result.bytes);
     }
-    if (!keepBody && sink_) sink_(request.url, offset, packet.data(), result.bytes);
+    if (!keepBody && sink_) sink_(request.url, offset, packet, result.bytes);
     offset += result.bytes;
     report.bytes += result.bytes;
     if (progress_.RedrawDue()) {

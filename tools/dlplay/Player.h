@@ -126,6 +126,7 @@ class Player {
   bool live_ = false;
   int segmentsPlayed_ = 0;
   int playFailureStatus_ = kExitFailure;
+  std::unique_ptr<uint8_t[]> packet_;        // the read buffer, made on the first read
   std::map<std::string, AesBlock> keys_;      // by key URI
   std::map<HlsMap, std::string> mapBodies_;  // fetched maps
   HlsMap writtenMap_;
