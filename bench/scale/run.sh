@@ -46,7 +46,7 @@ export -f curl_processes
 # Before anything is timed: every side reads every byte.
 line=$("$host" "$nginx_url" "$work/cache")
 [[ $line == "bytes=$total streams=$streams failed=0 "* ]] || { echo "scale_host: $line"; exit 1; }
-got=$(curl -s --parallel --parallel-max "$streams" -w '%{size_download}\n' "${parallel_args[@]}" 2>/dev/null | awk '{s += $1} END {print s}')
+got=$(curl -s --parallel --parallel-max "$streams" -w '%{size_download}\n' "${parallel_args[@]}" 2>/dev/null | awk '{s += $1} END {printf "%.0f\n", s}')
 [[ $got == "$total" ]] || { echo "curl --parallel read $got bytes, $total expected"; exit 1; }
 
 samples=$work/samples.txt
