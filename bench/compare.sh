@@ -128,22 +128,23 @@ dlplay_hls_writing() {
   # under whichever reader comes next.
   sync
 }
-cat_replay() {
-  cat "${cache_files[@]}" >/dev/null
-  sample replay cat "$(wall_of cat "${cache_files[@]}")"
+# A replay, both sides with the cache files in the page cache.
+cat_of_cache() {  # case, cache files...
+  local case=$1
+  shift
+  cat "$@" >/dev/null
+  sample "$case" cat "$(wall_of cat "$@")"
 }
-dlplay_replay() {
-  cat "${cache_files[@]}" >/dev/null
-  sample replay dlplay "$(wall_of "$dlplay" --cache "$work/replay" "${writing[@]}" "$hls_url")"
+dlplay_from_cache() {  # case, cache folder, URL, cache files...
+  local case=$1 cache=$2 url=$3
+  shift 3
+  cat "$@" >/dev/null
+  sample "$case" dlplay "$(wall_of "$dlplay" --cache "$cache" "${writing[@]}" "$url")"
 }
-cat_big_replay() {
-  cat "${big_cache_file[@]}" >/dev/null
-  sample big_replay cat "$(wall_of cat "${big_cache_file[@]}")"
-}
-dlplay_big_replay() {
-  cat "${big_cache_file[@]}" >/dev/null
-  sample big_replay dlplay "$(wall_of "$dlplay" --cache "$work/bigcache" "${writing[@]}" "$big_url")"
-}
+cat_replay() { cat_of_cache replay "${cache_files[@]}"; }
+dlplay_replay() { dlplay_from_cache replay "$work/replay" "$hls_url" "${cache_files[@]}"; }
+cat_big_replay() { cat_of_cache big_replay "${big_cache_file[@]}"; }
+dlplay_big_replay() { dlplay_from_cache big_replay "$work/bigcache" "$big_url" "${big_cache_file[@]}"; }
 for ((round = 0; round < rounds; round++)); do
   pair "$round" curl_big dlplay_big
   pair "$round" ffmpeg_hls dlplay_hls
