@@ -13,19 +13,7 @@ namespace downloader {
 
 struct ByteChannel::Node {
   // Left uninitialised: only the pages the data reaches are touched.
-  Node() : owned(new uint8_t[kNodeBytes]), bytes(owned.get()), capacity(kNodeBytes) {}
-  // A handed block, full from `from` on.
-  Node(std::shared_ptr<BufferChunk> block, size_t from)
-      : handed(std::move(block)),
-        bytes(handed->GetData()),
-        capacity(static_cast<size_t>(handed->GetSize())),
-        begin(from),
-        end(capacity) {}
-
-  std::unique_ptr<uint8_t[]> owned;
-  std::shared_ptr<BufferChunk> handed;
-  const uint8_t* bytes;
-  const size_t capacity;
+  std::unique_ptr<uint8_t[]> bytes{new uint8_t[kNodeBytes]};
   size_t begin = 0;  // the next byte to read
   size_t end = 0;    // the next byte to write
 };
@@ -37,16 +25,8 @@ ByteChannel::~ByteChannel() = default;
 // --- Producer --------------------------------------------------------------
 
 bool ByteChannel::Write(const void* data, size_t length) {
-  return WriteFrom(static_cast<const uint8_t*>(data), length, nullptr);
-}
-
-bool ByteChannel::Hand(std::shared_ptr<BufferChunk> block) {
-  if (block == nullptr) return true;
-  return WriteFrom(block->GetData(), static_cast<size_t>(block->GetSize()), &block);
-}
-
-bool ByteChannel::WriteFrom(const uint8_t* bytes, size_t length, const std::shared_ptr<BufferChunk>* block) {
   if (length == 0) return true;
+  const uint8_t* bytes = static_cast<const uint8_t*>(data);
   size_t written = 0;
   bool pausedNow = false;
   do {
@@ -55,7 +35,7 @@ bool ByteChannel::WriteFrom(const uint8_t* bytes, size_t length, const std::shar
       wisp::MutexLock lock(&mutex_);
       if (closed_) return false;
       if (ended_) break;
-      written += WritePieceLocked(bytes + written, length - written, block);
+      written += WritePieceLocked(bytes + written, length - written);
       if (waiter_ != nullptr && waiter_->filled > 0 && !waiter_->woken) {
         wake = waiter_->filled == waiter_->capacity || clock_.Now() - waiter_->since >= kCoalesceStep;
         waiter_->woken = wake;
@@ -75,28 +55,17 @@ bool ByteChannel::WriteFrom(const uint8_t* bytes, size_t length, const std::shar
   return true;
 }
 
-size_t ByteChannel::WritePieceLocked(const uint8_t* data, size_t length, const std::shared_ptr<BufferChunk>* block) {
+size_t ByteChannel::WritePieceLocked(const uint8_t* data, size_t length) {
   if (waiter_ != nullptr && queued_ == 0 && waiter_->filled < waiter_->capacity) {
     const size_t piece = std::min({length, waiter_->capacity - waiter_->filled, kLockedCopyBytes});
     std::memcpy(waiter_->out + waiter_->filled, data, piece);
     waiter_->filled += piece;
     return piece;
   }
-  const bool tailHasRoom = !nodes_.empty() && nodes_.back()->owned != nullptr && nodes_.back()->end < kNodeBytes;
-  // A block that fits in the node being filled is copied into it: written and
-  // handed bytes in turn then share nodes, instead of each write after a
-  // kept block opening a node of its own.
-  if (block != nullptr && !(tailHasRoom && kNodeBytes - nodes_.back()->end >= length)) {
-    nodes_.push_back(std::make_unique<Node>(*block, static_cast<size_t>(data - (*block)->GetData())));
-    queued_ += length;
-    return length;
-  }
-  if (!tailHasRoom) {
-    nodes_.push_back(std::make_unique<Node>());
-  }
+  if (nodes_.empty() || nodes_.back()->end == kNodeBytes) nodes_.push_back(std::make_unique<Node>());
   Node& tail = *nodes_.back();
   const size_t piece = std::min({length, kNodeBytes - tail.end, kLockedCopyBytes});
-  std::memcpy(tail.owned.get() + tail.end, data, piece);
+  std::memcpy(tail.bytes.get() + tail.end, data, piece);
   tail.end += piece;
   queued_ += piece;
   return piece;
@@ -159,7 +128,7 @@ size_t ByteChannel::ReadQueued(uint8_t* out, size_t capacity) {
 size_t ByteChannel::ReadPieceLocked(uint8_t* out, size_t length) {
   Node& head = *nodes_.front();
   const size_t piece = std::min({length, head.end - head.begin, kLockedCopyBytes});
-  std::memcpy(out, head.bytes + head.begin, piece);
+  std::memcpy(out, head.bytes.get() + head.begin, piece);
   head.begin += piece;
   queued_ -= piece;
   // Drained: freed, even when it is the tail the producer is filling; the
@@ -240,9 +209,7 @@ uint64_t ByteChannel::QueuedBytes() const {
 
 uint64_t ByteChannel::HeldBytes() const {
   wisp::MutexLock lock(&mutex_);
-  uint64_t held = 0;
-  for (const auto& node : nodes_) held += node->capacity;
-  return held;
+  return static_cast<uint64_t>(nodes_.size()) * kNodeBytes;
 }
 
 bool ByteChannel::Ended() const {

@@ -9,10 +9,7 @@
 // the reader has drained them, so HeldBytes falls as the reader catches up and
 // is 0 when nothing is queued. When the reader is already waiting, the
 // producer copies the bytes straight into the reader's buffer: one copy, no
-// node. A producer that has its bytes in a block of its own may hand the
-// block over instead: the channel keeps it as a node of its own size, so the
-// reader's copy out of it is the only one (a block that fits in the room left
-// in the node being filled is copied there instead).
+// node.
 //
 // Flow: once more than kPauseAboveBytes are queued the channel asks the
 // producer to hold back, and once the reader has drained it below
@@ -53,7 +50,6 @@
 #include <functional>
 #include <memory>
 
-#include <downloader/Base/BufferChunk.h>
 #include <downloader/Base/DLResultCode.h>
 #include <wisp/Mutex.h>
 
@@ -90,9 +86,6 @@ class ByteChannel {
   // Queues `length` bytes (or hands them to the waiting reader). Returns false
   // when they were dropped: after End or Close.
   bool Write(const void* data, size_t length);
-  // As Write, for the bytes of `block`, which the channel keeps instead of
-  // copying them; the producer must not change them afterwards.
-  bool Hand(std::shared_ptr<BufferChunk> block);
   // Ends the data with `status` (kDLEndOfData or a failure).
   void End(const DLResultCode& status);
   // Blocks while the channel asks the producer to hold back. Returns false
@@ -104,7 +97,7 @@ class ByteChannel {
   void Close();
 
   uint64_t QueuedBytes() const;
-  // The memory of the nodes held now; a handed block counts whole until drained.
+  // The memory of the nodes allocated now.
   uint64_t HeldBytes() const;
   bool Ended() const;
   // A Read waits with nothing queued: the next bytes go straight to it.
@@ -121,12 +114,8 @@ class ByteChannel {
     bool woken = false;
   };
 
-  // `block`, when given, holds `bytes` and is kept instead of copied.
-  bool WriteFrom(const uint8_t* bytes, size_t length, const std::shared_ptr<BufferChunk>* block);
-  // Copies one piece of `data` into the waiting reader or the tail node, or
-  // queues the rest of `block` as a node.
-  size_t WritePieceLocked(const uint8_t* data, size_t length, const std::shared_ptr<BufferChunk>* block)
-      REQUIRES(mutex_);
+  // Copies one piece of `data` into the waiting reader or the tail node.
+  size_t WritePieceLocked(const uint8_t* data, size_t length) REQUIRES(mutex_);
   // Copies one piece from the head node into `out`, freeing it once drained.
   size_t ReadPieceLocked(uint8_t* out, size_t length) REQUIRES(mutex_);
   size_t ReadQueued(uint8_t* out, size_t capacity);

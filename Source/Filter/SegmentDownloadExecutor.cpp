@@ -248,7 +248,7 @@ void SegmentDownloadExecutor::OnSegmentBytes(int64_t offset, std::shared_ptr<Buf
     DL_LOGT << tag_ << "onsegmentbyte,append";
   }
   // One thread delivers, in offset order, so the writes keep that order outside the lock.
-  channel->Hand(std::move(bytes));
+  channel->Write(bytes->GetData(), static_cast<size_t>(size));
 }
 
 void SegmentDownloadExecutor::OnSegmentError(int64_t subCode) {

@@ -117,13 +117,8 @@ bool SegmentReadSide::WaitForRoom() {
 }
 
 void SegmentReadSide::Run(int64_t offset, int64_t fileSize) {
-  // Blocks start at one chunk and double up to kChunksPerBlock: a consumer
-  // that closes after the first bytes does not wait in Stop for a whole
-  // block it will never read.
-  uint64_t chunks = 1;
   while (offset < fileSize && WaitForRoom()) {
-    std::shared_ptr<BufferChunk> block = ReadBlock(offset, chunks);
-    chunks = std::min(2 * chunks, kChunksPerBlock);
+    std::shared_ptr<BufferChunk> block = ReadBlock(offset, kChunksPerBlock);
     if (!block) {
       DL_LOGD << "[diskcache][jobid" << jobId_ << "_SegmentReadSide]not stored,offset:" << offset;
       listener_->OnSegmentError(kNotStoredSubCode);

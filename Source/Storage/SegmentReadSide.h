@@ -6,7 +6,7 @@
 // it returns, either OnOpen (with the resource's size) followed by the first
 // block, or OnSegmentError: a file that is missing or invalid, or whose bytes
 // at the start offset are not stored, fails at once. The thread then delivers
-// blocks that grow from one chunk to kChunksPerBlock whole chunks, each read through the file's
+// blocks of up to kChunksPerBlock whole chunks, each read through the file's
 // guard in one scattered transfer straight into the chunk that is handed over
 // (no copy), until the end of the
 // resource or a chunk that is not stored (OnSegmentError after the chunks

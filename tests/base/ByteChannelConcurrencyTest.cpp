@@ -7,8 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include <downloader/Base/BufferChunk.h>
-
 #include "Base/ByteChannel.h"
 #include "support/WaitFor.h"
 
@@ -22,12 +20,8 @@ uint8_t ByteAt(uint64_t offset) { return static_cast<uint8_t>((offset * 131 + 7)
 // Far enough that only bytes, the end or Close can end a read.
 Clock::TimePoint NoDeadline() { return Clock::Real().Now() + std::chrono::hours(1); }
 
-size_t ReadUntilBytes(ByteChannel& channel, std::vector<uint8_t>* packet) {
-  return channel.Read(packet->data(), packet->size(), NoDeadline()).bytes;
-}
-
-// A producer that holds back when asked, writing and handing blocks, and a
-// reader with another packet size: every byte arrives once, in order, then the end; the memory held
+// A producer that holds back when asked and a reader with another packet
+// size: every byte arrives once, in order, then the end; the memory held
 // never passes the pause mark by more than the nodes a write can open.
 TEST(ByteChannelConcurrencyTest, EveryByteInOrderThenTheEndWithinTheBound) {
   constexpr uint64_t kTotal = 24u << 20;
@@ -40,12 +34,7 @@ TEST(ByteChannelConcurrencyTest, EveryByteInOrderThenTheEndWithinTheBound) {
       const uint64_t size = std::min<uint64_t>(1 + (step * 7919) % 90000, kTotal - offset);
       block.resize(size);
       for (uint64_t i = 0; i < size; ++i) block[i] = ByteAt(offset + i);
-      // Every third piece is handed over as a block of its own.
-      if (step % 3 == 0) {
-        ASSERT_TRUE(channel.Hand(BufferChunk::AllocBufferChunk(block.data(), block.size())));
-      } else {
-        ASSERT_TRUE(channel.Write(block.data(), block.size()));
-      }
+      ASSERT_TRUE(channel.Write(block.data(), block.size()));
       mostHeld = std::max<uint64_t>(mostHeld, channel.HeldBytes());
       offset += size;
       ASSERT_TRUE(channel.WaitWhilePaused());
@@ -97,17 +86,6 @@ TEST(ByteChannelConcurrencyTest, AWaitingReaderGetsTheBytesWithoutANode) {
   ASSERT_EQ(outcome.bytes, 500u);
   EXPECT_TRUE(std::equal(packet.begin(), packet.begin() + 500, block.begin() + 1000));
   EXPECT_EQ(channel.HeldBytes(), 0u);
-
-  std::thread handedTo([&] { outcome = channel.Read(packet.data(), packet.size(), NoDeadline()); });
-  ASSERT_TRUE(dltest::WaitFor([&] { return channel.ReaderWaits(); }));
-  ASSERT_TRUE(channel.Hand(BufferChunk::AllocBufferChunk(block.data(), block.size())));
-  EXPECT_EQ(channel.QueuedBytes(), 500u);
-  EXPECT_EQ(channel.HeldBytes(), block.size()) << "the rest stays in the handed block";
-  handedTo.join();
-  ASSERT_EQ(outcome.bytes, 1000u);
-  EXPECT_TRUE(std::equal(packet.begin(), packet.end(), block.begin()));
-  ASSERT_EQ(ReadUntilBytes(channel, &packet), 500u);
-  EXPECT_TRUE(std::equal(packet.begin(), packet.begin() + 500, block.begin() + 1000));
 
   std::thread lone([&] { outcome = channel.Read(packet.data(), packet.size(), NoDeadline()); });
   ASSERT_TRUE(dltest::WaitFor([&] { return channel.ReaderWaits(); }));

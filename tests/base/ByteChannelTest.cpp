@@ -2,13 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <utility>
 #include <vector>
-
-#include <downloader/Base/BufferChunk.h>
 
 #include "Base/ByteChannel.h"
 #include "support/LogCapture.h"
@@ -64,42 +60,6 @@ TEST(ByteChannelTest, BytesCrossNodesInOrderAndEachDrainedNodeIsFreedAtOnce) {
 
   ASSERT_TRUE(channel.Write(Bytes(written, 10).data(), 10));
   EXPECT_EQ(channel.HeldBytes(), ByteChannel::kNodeBytes) << "a new node for new bytes";
-}
-
-TEST(ByteChannelTest, AHandedBlockIsKeptInItsPlaceAmongCopiedBytesAndLetGoOnceDrained) {
-  ByteChannel channel;
-  const size_t blockSize = 200 * 1000;
-  std::shared_ptr<BufferChunk> block = BufferChunk::AllocBufferChunk(Bytes(0, blockSize).data(), blockSize);
-  ASSERT_TRUE(channel.Hand(block));
-  EXPECT_GT(block.use_count(), 1) << "kept, not copied";
-  EXPECT_EQ(channel.HeldBytes(), blockSize);
-  ASSERT_TRUE(channel.Write(Bytes(blockSize, 1000).data(), 1000));
-  EXPECT_EQ(channel.HeldBytes(), blockSize + ByteChannel::kNodeBytes) << "written bytes go to a node behind it";
-  std::shared_ptr<BufferChunk> small = BufferChunk::AllocBufferChunk(Bytes(blockSize + 1000, 300).data(), 300);
-  ASSERT_TRUE(channel.Hand(small));
-  EXPECT_EQ(small.use_count(), 1) << "copied into the node's room";
-  EXPECT_EQ(channel.HeldBytes(), blockSize + ByteChannel::kNodeBytes);
-  const uint64_t total = blockSize + 1000 + 300;
-  EXPECT_EQ(channel.QueuedBytes(), total);
-
-  std::vector<uint8_t> packet(70000);
-  std::vector<uint8_t> read;
-  while (read.size() < total) {
-    ByteChannel::ReadOutcome outcome = ReadNow(channel, &packet);
-    ASSERT_EQ(outcome.status, Status::kBytes);
-    read.insert(read.end(), packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(outcome.bytes));
-    EXPECT_EQ(block.use_count() == 1, read.size() >= blockSize) << "let go once drained, at " << read.size();
-  }
-  EXPECT_EQ(read, Bytes(0, total));
-  EXPECT_EQ(channel.HeldBytes(), 0u);
-
-  channel.End(DLResultCode(kDLEndOfData, 0));
-  EXPECT_FALSE(channel.Hand(block)) << "dropped after the end, as a write is";
-  EXPECT_EQ(block.use_count(), 1);
-  ByteChannel closed;
-  ASSERT_TRUE(closed.Hand(block));
-  closed.Close();
-  EXPECT_EQ(block.use_count(), 1) << "Close lets a queued block go";
 }
 
 TEST(ByteChannelTest, TheEndStatusComesAfterTheLastByteOnEveryReadAndLaterWritesAreDropped) {
