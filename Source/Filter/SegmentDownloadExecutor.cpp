@@ -1,7 +1,9 @@
 #include "Filter/SegmentDownloadExecutor.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <utility>
 
 #include <downloader/Base/BufferChunk.h>
@@ -113,8 +115,14 @@ void SegmentDownloadExecutor::StartReading(int64_t offset) {
     errorSubCode_ = 0;
   }
   wisp::MutexLock side(&readSideMutex_);
-  readSide_.reset(new storage::SegmentReadSide(fileName_, jobId_, this));
-  readSide_->Start(offset);
+  auto readSide = std::make_unique<storage::SegmentReadSide>(fileName_, jobId_);
+  int64_t fileSize = readSide->Open(offset);
+  if (fileSize < 0) {
+    OnSegmentError(storage::SegmentReadSide::kNotStoredSubCode);
+    return;
+  }
+  readSide_ = std::move(readSide);
+  OnOpen(fileSize);
 }
 
 void SegmentDownloadExecutor::StopReading() {
@@ -126,14 +134,52 @@ void SegmentDownloadExecutor::StopReading() {
   // A Read that waits in it returns now.
   if (channel != nullptr) channel->Close();
   wisp::MutexLock side(&readSideMutex_);
-  if (readSide_) readSide_->Stop();
   readSide_.reset();
+  std::vector<uint8_t>().swap(chunk_);
+}
+
+uint64_t SegmentDownloadExecutor::ReadFromStore(int64_t offset, Packet& packet) {
+  wisp::MutexLock side(&readSideMutex_);
+  if (!readSide_) return 0;
+  uint64_t copied = CopyFromChunkBuffer(offset, packet);
+  if (copied > 0) return copied;
+  int64_t direct = readSide_->ReadRun(offset, static_cast<uint8_t*>(packet.GetBuffer()),
+                                      static_cast<size_t>(packet.GetSize()));
+  if (direct > 0) {
+    CountReceived(static_cast<uint64_t>(direct));
+    return static_cast<uint64_t>(direct);
+  }
+  if (direct == 0) {
+    chunkOffset_ = readSide_->ReadChunk(offset, &chunk_);
+    if (chunkOffset_ >= 0) {
+      CountReceived(static_cast<uint64_t>(chunkOffset_ + static_cast<int64_t>(chunk_.size()) - offset));
+      return CopyFromChunkBuffer(offset, packet);
+    }
+    chunk_.clear();
+  }
+  OnSegmentError(storage::SegmentReadSide::kNotStoredSubCode);
+  return 0;
+}
+
+uint64_t SegmentDownloadExecutor::CopyFromChunkBuffer(int64_t offset, Packet& packet) {
+  const int64_t chunkEnd = chunkOffset_ + static_cast<int64_t>(chunk_.size());
+  if (offset < chunkOffset_ || offset >= chunkEnd) return 0;
+  const uint64_t copied = std::min<uint64_t>(static_cast<uint64_t>(chunkEnd - offset), packet.GetSize());
+  std::memcpy(packet.GetBuffer(), chunk_.data() + (offset - chunkOffset_), static_cast<size_t>(copied));
+  DL_LOGT << tag_ << "read,cachebuffer,r:" << copied;
+  return copied;
+}
+
+void SegmentDownloadExecutor::CountReceived(uint64_t bytes) {
+  wisp::MutexLock lock(&mutex_);
+  received_ += bytes;
 }
 
 DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
   DLReadResult result;
-  const Clock::TimePoint deadline = LibraryContext::Current().clock().Now() + std::chrono::milliseconds(readWaitMs_);
   std::shared_ptr<ByteChannel> channel;
+  int64_t offset = 0;
+  bool storeEnded = false;
   {
     wisp::MutexLock lock(&mutex_);
     DL_LOGT << tag_ << "read,offset:" << readOffset_;
@@ -147,22 +193,35 @@ DLReadResult SegmentDownloadExecutor::Read(Packet& packet) {
       return result;
     }
     channel = channel_;
+    offset = readOffset_;
+    storeEnded = errorSeen_;
   }
+  // Queued bytes come first: they continue the run the reads have taken so far.
+  if (!storeEnded && channel->HeldBytes() == 0) {
+    uint64_t copied = ReadFromStore(offset, packet);
+    if (copied > 0) {
+      wisp::MutexLock lock(&mutex_);
+      readOffset_ += static_cast<int64_t>(copied);
+      result.Set(kDLSuccess, copied, 0);
+      return result;
+    }
+  }
+  return ReadFromChannel(*channel, packet);
+}
+
+DLReadResult SegmentDownloadExecutor::ReadFromChannel(ByteChannel& channel, Packet& packet) {
+  DLReadResult result;
+  const Clock::TimePoint deadline = LibraryContext::Current().clock().Now() + std::chrono::milliseconds(readWaitMs_);
   const ByteChannel::ReadOutcome outcome =
-      channel->Read(packet.GetBuffer(), static_cast<size_t>(packet.GetSize()), deadline);
+      channel.Read(packet.GetBuffer(), static_cast<size_t>(packet.GetSize()), deadline);
   switch (outcome.status) {
-    case ByteChannel::ReadStatus::kBytes:
-      {
-        wisp::MutexLock lock(&mutex_);
-        readOffset_ += static_cast<int64_t>(outcome.bytes);
-      }
-      {
-        wisp::MutexLock side(&readSideMutex_);
-        if (readSide_) readSide_->Consumed(outcome.bytes);
-      }
+    case ByteChannel::ReadStatus::kBytes: {
+      wisp::MutexLock lock(&mutex_);
+      readOffset_ += static_cast<int64_t>(outcome.bytes);
       DL_LOGT << tag_ << "read,queue read size:" << outcome.bytes;
       result.Set(kDLSuccess, outcome.bytes, 0);
       break;
+    }
     case ByteChannel::ReadStatus::kEnded:
       DL_LOGD << tag_ << "read,empty with error";
       result.Set(outcome.end.code, 0, outcome.end.subCode);
@@ -213,8 +272,16 @@ void SegmentDownloadExecutor::SetHint(const std::string& /*hint*/) {}
 std::string SegmentDownloadExecutor::GetInfo(const std::string& key) {
   if (key == "is_loaded_from_cache") return "1";
   if (key == "executor_name") return "segment_download_filter";
+  if (key == "memory_usage") {
+    uint64_t chunkBytes = 0;
+    {
+      wisp::MutexLock side(&readSideMutex_);
+      chunkBytes = chunk_.capacity();
+    }
+    wisp::MutexLock lock(&mutex_);
+    return std::to_string(chunkBytes + channel_->HeldBytes());
+  }
   wisp::MutexLock lock(&mutex_);
-  if (key == "memory_usage") return std::to_string(channel_->HeldBytes());
   if (key == "downloaded_size") return std::to_string(received_);
   return std::string();
 }

@@ -1,34 +1,44 @@
-// Serves a request from the segment file stored for it: a reading side
-// delivers the file's bytes in order on its own thread, they queue here in a
-// byte channel as one contiguous run, and Read hands them out. Its name is
-// "CACHE1".
+// Serves a request from the segment file stored for it. Its name is "CACHE1".
 //
-// Open waits at most "segment_open_timeout" ms (default 0) for the reading
-// side to report the file, which it does before Start returns, so the default
-// does not delay. With "enable_cache_filter_range_start" on, a request's
-// "range_start" above 0 opens there; otherwise the executor opens at 0 (a
-// stream does not send such requests to the cache level).
+// Open finds the file and checks that the chunk where the request starts is
+// stored; it reads no content. Each Read then takes its bytes, on the
+// stream's own thread, from the first of: the chunk buffer (the last chunk
+// read whole, when a read was smaller than a chunk or began inside one), the
+// byte channel (blocks handed in through OnSegmentBytes), or the file itself,
+// whose whole chunks go straight into the player's buffer when at least one
+// fits. A replay therefore copies each byte once, from the page cache into the
+// player's buffer, and an open starts no thread.
 //
-// Read answers (0, n) from the queue; (5, 0) at the end of the resource;
-// (1, SNST) once the reading side met a chunk that is not stored and the queue
-// is empty (the stream then moves on at that offset); (0, 0) after waiting
+// Open waits at most "segment_open_timeout" ms (default 0) for the file to be
+// reported, which happens before the wait starts, so the default does not
+// delay. With "enable_cache_filter_range_start" on, a request's "range_start"
+// above 0 opens there; otherwise the executor opens at 0 (a stream does not
+// send such requests to the cache level).
+//
+// Read answers (0, n); (5, 0) at the end of the resource; (1, SNST) once a
+// chunk that is not stored was met and the queued bytes are read (the stream
+// then moves on at that offset); (1, SNST) at once once closed, also when
+// Close comes from another thread while a Read waits. A Read waits only when
+// nothing stands behind the channel but OnSegmentBytes: (0, 0) after
 // "segment_control_timeout" ms, or "read_timeout" (5000) when that is 0, in
-// 100 ms steps without a byte; (1, SNST) at once once closed, also when Close
-// comes from another thread while a Read waits.
+// 100 ms steps without a byte.
 //
 // Thread rules: the stream's thread calls the IDownloadExecutor operations;
-// the reading side calls the listener slots on its thread; Close may also
-// come from another thread. mutex_ guards the counters, the flags and the
-// channel pointer, the channel locks itself; the reading side is replaced
-// only by Open and Seek and stopped outside mutex_, after its channel is
-// closed; readSideMutex_ guards it.
+// OnOpen, OnSegmentBytes and OnSegmentError may come from any one thread;
+// Close may also come from another thread. mutex_ guards the counters, the
+// flags and the channel pointer, the channel locks itself. readSideMutex_
+// guards the reading side and the chunk buffer; a Read holds it while it
+// reads the file, so that Close waits for that read before the file is let
+// go. Lock order: readSideMutex_, then mutex_.
 #ifndef DOWNLOADER_FILTER_SEGMENTDOWNLOADEXECUTOR_H_
 #define DOWNLOADER_FILTER_SEGMENTDOWNLOADEXECUTOR_H_
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include <downloader/Base/BufferChunk.h>
 #include <downloader/Filter/IDownloadExecutor.h>
 #include <downloader/Pipe/ConfigReader.h>
 #include <wisp/Mutex.h>
@@ -40,7 +50,7 @@ namespace downloader {
 
 class ByteChannel;
 
-class SegmentDownloadExecutor : public IDownloadExecutor, public storage::SegmentReadListener {
+class SegmentDownloadExecutor : public IDownloadExecutor {
  public:
   SegmentDownloadExecutor(ConfigPtr config, std::shared_ptr<URI> uri);
   ~SegmentDownloadExecutor() override;
@@ -58,14 +68,26 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
   std::string GetInfo(const std::string& key) override;
   std::string GetName() override { return "CACHE1"; }
 
-  void OnOpen(int64_t fileSize) override;
-  void OnSegmentBytes(int64_t offset, std::shared_ptr<BufferChunk> bytes) override;
-  void OnSegmentError(int64_t subCode) override;
+  // The resource's size is known.
+  void OnOpen(int64_t fileSize);
+  // `bytes` holds the resource's bytes from `offset` on; queued only when it
+  // continues the run queued so far.
+  void OnSegmentBytes(int64_t offset, std::shared_ptr<BufferChunk> bytes);
+  // Reads end with (1, subCode) once the queued bytes are read.
+  void OnSegmentError(int64_t subCode);
 
  private:
   // Replaces the reading side by one that starts at `offset`.
   void StartReading(int64_t offset);
   void StopReading();
+  // Copies the bytes at `offset` into `packet` from the chunk buffer or the
+  // file: how many, 0 when there is no reading side or a chunk that is not
+  // stored ended the reads.
+  uint64_t ReadFromStore(int64_t offset, Packet& packet);
+  uint64_t CopyFromChunkBuffer(int64_t offset, Packet& packet) REQUIRES(readSideMutex_);
+  // Waits up to readWaitMs_ for bytes handed in through OnSegmentBytes.
+  DLReadResult ReadFromChannel(ByteChannel& channel, Packet& packet);
+  void CountReceived(uint64_t bytes);
   // Waits up to `waitMs` for the file size or an error.
   void Wait(int64_t waitMs);
   DLResultCode OpenResultLocked() const REQUIRES(mutex_);
@@ -80,11 +102,12 @@ class SegmentDownloadExecutor : public IDownloadExecutor, public storage::Segmen
   const std::string tag_;
   std::string fileName_;
 
-  // The reading thread never takes readSideMutex_, so it may be held while
-  // Stop joins that thread.
   wisp::Mutex readSideMutex_;
-  // Close may stop it from another thread.
+  // Close may let it go from another thread.
   std::unique_ptr<storage::SegmentReadSide> readSide_ GUARDED_BY(readSideMutex_);
+  // The last chunk read whole, from resource offset chunkOffset_ on.
+  std::vector<uint8_t> chunk_ GUARDED_BY(readSideMutex_);
+  int64_t chunkOffset_ GUARDED_BY(readSideMutex_) = 0;
 
   mutable wisp::Mutex mutex_;
   wisp::CondVar changed_;

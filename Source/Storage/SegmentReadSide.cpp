@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
-
-#include <wisp/Mutex.h>
 
 #include "Platform/FileSystem.h"
 #include "Storage/Persistence/DiskAdapter.h"
@@ -24,114 +21,55 @@ bool FileExists(const std::string& path) {
 
 }  // namespace
 
-SegmentReadSide::SegmentReadSide(std::string path, int64_t jobId, SegmentReadListener* listener)
-    : path_(std::move(path)), jobId_(jobId), listener_(listener) {}
+SegmentReadSide::SegmentReadSide(std::string path, int64_t jobId) : path_(std::move(path)), jobId_(jobId) {}
 
-SegmentReadSide::~SegmentReadSide() { Stop(); }
+SegmentReadSide::~SegmentReadSide() = default;
 
-void SegmentReadSide::Start(int64_t offset) {
-  if (!DiskAdapterProvider::GetInstance().isInitialized() || !FileExists(path_)) {
-    listener_->OnSegmentError(kNotStoredSubCode);
-    return;
+int64_t SegmentReadSide::Open(int64_t offset) {
+  if (!DiskAdapterProvider::GetInstance().isInitialized() || !FileExists(path_)) return -1;
+  std::shared_ptr<DiskAdapter> adapter = DiskAdapterProvider::GetInstance().acquire_adapter(path_, 0, jobId_);
+  if (!adapter->isValid()) return -1;
+  SegmentFileV1& file = adapter->segmentFile();
+  int64_t fileSize = static_cast<int64_t>(file.content_file_size());
+  if (offset < fileSize) {
+    // The bitmap was loaded from disk when the adapter was made, or is kept
+    // current by the writers that share it.
+    SegmentChunk first;
+    if (!file.chunk_at(static_cast<uint64_t>(offset), &first) || !first.is_filled) return -1;
   }
-  adapter_ = DiskAdapterProvider::GetInstance().acquire_adapter(path_, 0, jobId_);
-  if (!adapter_->isValid()) {
-    adapter_.reset();
-    listener_->OnSegmentError(kNotStoredSubCode);
-    return;
-  }
-  int64_t fileSize = static_cast<int64_t>(adapter_->segmentFile().content_file_size());
-  if (offset >= fileSize) {
-    listener_->OnOpen(fileSize);
-    return;
-  }
-  std::shared_ptr<BufferChunk> first = ReadBlock(offset, 1);
-  if (!first) {
-    adapter_.reset();
-    listener_->OnSegmentError(kNotStoredSubCode);
-    return;
-  }
-  listener_->OnOpen(fileSize);
-  uint64_t firstSize = first->GetSize();
-  {
-    wisp::MutexLock lock(&mutex_);
-    unconsumed_ = firstSize;
-  }
-  listener_->OnSegmentBytes(offset, std::move(first));
-  int64_t next = offset + static_cast<int64_t>(firstSize);
-  if (next < fileSize) thread_ = std::thread([this, next, fileSize] { Run(next, fileSize); });
+  adapter_ = std::move(adapter);
+  return fileSize;
 }
 
-void SegmentReadSide::Consumed(uint64_t bytes) {
-  // The reading thread waits only while it is kReadAhead ahead; waking it on
-  // every small read would make it check and sleep again dozens of times per
-  // block, so it is woken once, when room opens.
-  bool roomOpened;
-  {
-    wisp::MutexLock lock(&mutex_);
-    bool wasFull = unconsumed_ >= kReadAhead;
-    unconsumed_ -= std::min(bytes, unconsumed_);
-    roomOpened = wasFull && unconsumed_ < kReadAhead;
-  }
-  if (roomOpened) changed_.notify_one();
-}
-
-void SegmentReadSide::Stop() {
-  {
-    wisp::MutexLock lock(&mutex_);
-    stopping_ = true;
-  }
-  changed_.notify_all();
-  if (thread_.joinable()) thread_.join();
-  adapter_.reset();
-}
-
-std::shared_ptr<BufferChunk> SegmentReadSide::ReadChunkTail(int64_t offset) {
-  SegmentChunk chunk;
-  if (!adapter_->segmentFile().chunk_at(static_cast<uint64_t>(offset), &chunk)) return nullptr;
-  std::vector<uint8_t> whole(chunk.content_len);
-  if (adapter_->read(whole.data(), chunk.content_len, chunk.offset) != static_cast<int64_t>(chunk.content_len)) {
-    return nullptr;
-  }
-  uint64_t skip = static_cast<uint64_t>(offset) - chunk.offset;
-  return BufferChunk::AllocBufferChunk(whole.data() + skip, chunk.content_len - skip);
-}
-
-std::shared_ptr<BufferChunk> SegmentReadSide::ReadBlock(int64_t offset, uint64_t chunks) {
+int64_t SegmentReadSide::ReadRun(int64_t offset, uint8_t* destination, size_t capacity) {
+  if (!adapter_ || offset < 0) return -1;
   SegmentFileV1& file = adapter_->segmentFile();
-  if (static_cast<uint64_t>(offset) % file.chunk_content_size() != 0) return ReadChunkTail(offset);
-  uint64_t length = std::min(chunks * file.chunk_content_size(), file.content_file_size() - offset);
-  auto fill = [this, offset, length](uint8_t* block) {
-    return adapter_->readRun(block, length, static_cast<uint64_t>(offset)) == static_cast<int64_t>(length);
-  };
-  std::shared_ptr<BufferChunk> block = BufferChunk::AllocBufferChunkFilledBy(length, fill);
-  // A gap inside the block: deliver the chunks before it one by one.
-  if (!block && chunks > 1) return ReadBlock(offset, 1);
-  return block;
-}
-
-bool SegmentReadSide::WaitForRoom() {
-  wisp::MutexLock lock(&mutex_);
-  changed_.wait(lock, [this]() REQUIRES(mutex_) { return stopping_ || unconsumed_ < kReadAhead; });
-  return !stopping_;
-}
-
-void SegmentReadSide::Run(int64_t offset, int64_t fileSize) {
-  while (offset < fileSize && WaitForRoom()) {
-    std::shared_ptr<BufferChunk> block = ReadBlock(offset, kChunksPerBlock);
-    if (!block) {
-      DL_LOGD << "[diskcache][jobid" << jobId_ << "_SegmentReadSide]not stored,offset:" << offset;
-      listener_->OnSegmentError(kNotStoredSubCode);
-      return;
-    }
-    uint64_t size = block->GetSize();
-    {
-      wisp::MutexLock lock(&mutex_);
-      unconsumed_ += size;
-    }
-    listener_->OnSegmentBytes(offset, std::move(block));
-    offset += static_cast<int64_t>(size);
+  const uint64_t start = static_cast<uint64_t>(offset);
+  const uint64_t chunkSize = file.chunk_content_size();
+  if (start >= file.content_file_size() || start % chunkSize != 0) return 0;
+  const uint64_t left = file.content_file_size() - start;
+  const uint64_t length = left <= capacity ? left : capacity / chunkSize * chunkSize;
+  if (length == 0) return 0;
+  if (adapter_->readRun(destination, length, start) == static_cast<int64_t>(length)) {
+    return static_cast<int64_t>(length);
   }
+  const uint64_t firstChunk = std::min(chunkSize, left);
+  if (length > firstChunk && adapter_->readRun(destination, firstChunk, start) == static_cast<int64_t>(firstChunk)) {
+    return static_cast<int64_t>(firstChunk);
+  }
+  DL_LOGD << "[diskcache][jobid" << jobId_ << "_SegmentReadSide]not stored,offset:" << offset;
+  return -1;
+}
+
+int64_t SegmentReadSide::ReadChunk(int64_t offset, std::vector<uint8_t>* chunk) {
+  SegmentChunk where;
+  if (!adapter_ || offset < 0 || !adapter_->segmentFile().chunk_at(static_cast<uint64_t>(offset), &where)) return -1;
+  chunk->resize(where.content_len);
+  if (adapter_->read(chunk->data(), where.content_len, where.offset) != static_cast<int64_t>(where.content_len)) {
+    DL_LOGD << "[diskcache][jobid" << jobId_ << "_SegmentReadSide]not stored,offset:" << offset;
+    return -1;
+  }
+  return static_cast<int64_t>(where.offset);
 }
 
 }  // namespace storage

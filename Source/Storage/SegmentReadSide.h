@@ -1,92 +1,69 @@
-// The reading side of a segment executor: opens a resource's stored segment
-// file and delivers its bytes in file order, from a start offset on, on a
-// thread of its own, to a listener.
+// The reading side of a segment executor: a resource's stored segment file,
+// read on the consumer's own thread when the consumer asks for bytes.
 //
-// Start opens the file on the caller's thread and tells the listener, before
-// it returns, either OnOpen (with the resource's size) followed by the first
-// block, or OnSegmentError: a file that is missing or invalid, or whose bytes
-// at the start offset are not stored, fails at once. The thread then delivers
-// blocks of up to kChunksPerBlock whole chunks, each read through the file's
-// guard in one scattered transfer straight into the chunk that is handed over
-// (no copy), until the end of the
-// resource or a chunk that is not stored (OnSegmentError after the chunks
-// before it). It stays at most kReadAhead bytes ahead of what the consumer
-// reported as Consumed, so a slow reader does not make it load the whole
-// resource into memory.
+// There is no thread of its own and no read-ahead: the file's bytes sit in the
+// page cache or behind the kernel's own sequential read-ahead, and a read
+// straight into the consumer's buffer is the one copy a replay needs.
 //
-// Thread rules: Start, Consumed and Stop from the consumer's thread; the
-// listener is called on the caller's thread during Start and on the reading
-// thread afterwards, never after Stop returned. mutex_ guards the flow
-// control; the adapter is shared with every other user of the file and
-// serialises itself. The listener must not call Stop from inside a callback.
+// Open finds the file and checks that the chunk at the start offset is stored,
+// without reading content. ReadRun moves whole chunks from a chunk boundary
+// straight into the caller's buffer, as many as fit; when not even one fits,
+// or the offset lies inside a chunk, the caller reads the whole chunk with
+// ReadChunk and serves the part it needs from there. Every read checks the
+// chunks' fill bits and checksums; a chunk that is not stored fails the read.
+//
+// Thread rules: one thread at a time (the executor serialises its calls); the
+// adapter is shared with every other user of the file and serialises itself.
 #ifndef DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
 #define DOWNLOADER_STORAGE_SEGMENTREADSIDE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <thread>
+#include <vector>
 
-#include <downloader/Base/BufferChunk.h>
 #include <downloader/Filter/SubCode.h>
-#include <wisp/Mutex.h>
 
 namespace downloader {
 namespace storage {
 
 class DiskAdapter;
 
-class SegmentReadListener {
- public:
-  virtual ~SegmentReadListener() = default;
-  virtual void OnOpen(int64_t fileSize) = 0;
-  // `bytes` holds the resource's bytes from `offset` on.
-  virtual void OnSegmentBytes(int64_t offset, std::shared_ptr<BufferChunk> bytes) = 0;
-  virtual void OnSegmentError(int64_t subCode) = 0;
-};
-
 class SegmentReadSide {
  public:
   // The file is missing, invalid, or not stored at the offset asked for.
   static constexpr int64_t kNotStoredSubCode = FourCharSubCode('S', 'N', 'S', 'T');
-  // How far the reading thread may run ahead of the consumer.
-  static constexpr uint64_t kReadAhead = 4 * 1024 * 1024;
-  // Whole chunks per delivered block: fewer hand-overs and wake-ups.
-  static constexpr uint64_t kChunksPerBlock = 8;
 
-  // `listener` must outlive Stop.
-  SegmentReadSide(std::string path, int64_t jobId, SegmentReadListener* listener);
+  SegmentReadSide(std::string path, int64_t jobId);
   ~SegmentReadSide();
 
   SegmentReadSide(const SegmentReadSide&) = delete;
   SegmentReadSide& operator=(const SegmentReadSide&) = delete;
 
-  void Start(int64_t offset);
-  void Consumed(uint64_t bytes);
-  void Stop();
+  // The resource's size when the file is valid and `offset` is its end or
+  // lies in a stored chunk; -1 otherwise, and every read then fails.
+  int64_t Open(int64_t offset);
+
+  // Reads the whole chunks from `offset` on that fit in `capacity` bytes
+  // straight into `destination` (the last chunk of the resource may be short).
+  // The bytes read; 0 when `offset` is not a chunk boundary or not one chunk
+  // fits; -1 when the first chunk is not stored. A run whose later chunks
+  // are not stored yields the chunks before the gap, one at a time.
+  int64_t ReadRun(int64_t offset, uint8_t* destination, size_t capacity);
+
+  // Reads the whole chunk holding `offset` into `chunk`, resized to its
+  // content; the resource offset of its first byte, or -1 when it is not
+  // stored.
+  int64_t ReadChunk(int64_t offset, std::vector<uint8_t>* chunk);
 
  private:
-  void Run(int64_t offset, int64_t fileSize);
-  // The stored bytes from `offset` on, up to `chunks` whole chunks (from
-  // `offset` to the end of its chunk when it is not a chunk boundary); empty
-  // when the first of them is not stored.
-  std::shared_ptr<BufferChunk> ReadBlock(int64_t offset, uint64_t chunks);
-  std::shared_ptr<BufferChunk> ReadChunkTail(int64_t offset);
-  bool WaitForRoom();
-
   // Constant after construction.
   const std::string path_;
   const int64_t jobId_;
-  SegmentReadListener* const listener_;
 
-  // Set by Start; released by Stop.
+  // Set by Open.
   std::shared_ptr<DiskAdapter> adapter_;
-  std::thread thread_;
-
-  wisp::Mutex mutex_;
-  wisp::CondVar changed_;
-  bool stopping_ GUARDED_BY(mutex_) = false;
-  uint64_t unconsumed_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace storage

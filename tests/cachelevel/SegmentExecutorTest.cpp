@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -25,9 +23,13 @@ class SegmentExecutorTest : public dltest::CacheRootFixture {
 
   std::shared_ptr<SegmentDownloadExecutor> Executor() { return std::make_shared<SegmentDownloadExecutor>(config_, uri_); }
 
-  static std::string ReadAll(IDownloadExecutor& executor, DLReadResult* last) {
+  // Read sizes that take each path: inside one chunk, exactly a chunk, and
+  // several whole chunks straight into the player's buffer.
+  static constexpr size_t kReadSizes[] = {40000, kChunk, 2 * kChunk + 5000};
+
+  static std::string ReadAll(IDownloadExecutor& executor, DLReadResult* last, size_t readSize = 40000) {
     std::string data;
-    std::vector<char> buffer(40000);
+    std::vector<char> buffer(readSize);
     Packet packet(buffer.size());
     packet.SetBuffer(buffer.data());
     while (true) {
@@ -58,18 +60,27 @@ TEST_F(SegmentExecutorTest, NothingStoredWhereTheRequestStartsFailsTheOpenAtOnce
   EXPECT_EQ(Executor()->Open(ranged).code, 1);
 }
 
-TEST_F(SegmentExecutorTest, RangeStartCountsOnlyWithItsSwitch) {
+TEST_F(SegmentExecutorTest, EveryReadSizeGetsTheStoredBytesFromWhereTheRequestStarts) {
   Store(uri_, content_, content_.size());
   auto ranged = URI::From(uri_->GetStringRep(), {{"range_start", "1000"}});
-  auto executor = Executor();
-  ASSERT_TRUE(executor->Open(ranged).IsSuccess());
-  DLReadResult last;
-  EXPECT_TRUE(dltest::SameBytes(ReadAll(*executor, &last), content_));
+  for (size_t readSize : kReadSizes) {
+    SCOPED_TRACE(readSize);
+    config_->Set("enable_cache_filter_range_start", "false");
+    auto executor = Executor();
+    ASSERT_TRUE(executor->Open(ranged).IsSuccess());
+    DLReadResult last;
+    EXPECT_TRUE(dltest::SameBytes(ReadAll(*executor, &last, readSize), content_));
+    EXPECT_EQ(last.code, kDLEndOfData);
+    EXPECT_EQ(executor->GetInfo("downloaded_size"), std::to_string(content_.size()));
 
-  config_->Set("enable_cache_filter_range_start", "true");
-  executor = Executor();
-  ASSERT_TRUE(executor->Open(ranged).IsSuccess());
-  EXPECT_TRUE(dltest::SameBytes(ReadAll(*executor, &last), content_.substr(1000)));
+    config_->Set("enable_cache_filter_range_start", "true");
+    executor = Executor();
+    ASSERT_TRUE(executor->Open(ranged).IsSuccess());
+    EXPECT_TRUE(dltest::SameBytes(ReadAll(*executor, &last, readSize), content_.substr(1000)));
+    // A seek back inside a chunk read whole before.
+    ASSERT_TRUE(executor->Seek(2 * kChunk + 3).IsSuccess());
+    EXPECT_TRUE(dltest::SameBytes(ReadAll(*executor, &last, readSize), content_.substr(2 * kChunk + 3)));
+  }
 }
 
 TEST_F(SegmentExecutorTest, OnlyTheBlockThatContinuesTheRunIsQueued) {
@@ -88,62 +99,34 @@ TEST_F(SegmentExecutorTest, OnlyTheBlockThatContinuesTheRunIsQueued) {
   EXPECT_TRUE(log.Contains("onsegmentbyte,closed"));
 }
 
-TEST_F(SegmentExecutorTest, AGapInTheStoreEndsTheReadsWithAnErrorAfterTheQueuedBytes) {
+TEST_F(SegmentExecutorTest, AGapInTheStoreEndsTheReadsWithAnErrorAfterTheBytesBeforeIt) {
   Store(uri_, content_, 2 * kChunk);
-  auto executor = Executor();
-  ASSERT_TRUE(executor->Open(uri_).IsSuccess());
-  DLReadResult last;
-  EXPECT_TRUE(dltest::SameBytes(ReadAll(*executor, &last), content_.substr(0, 2 * kChunk)));
-  EXPECT_EQ(last.code, 1);
-  EXPECT_EQ(last.subCode, storage::SegmentReadSide::kNotStoredSubCode);
+  for (size_t readSize : kReadSizes) {
+    SCOPED_TRACE(readSize);
+    auto executor = Executor();
+    ASSERT_TRUE(executor->Open(uri_).IsSuccess());
+    DLReadResult last;
+    EXPECT_TRUE(dltest::SameBytes(ReadAll(*executor, &last, readSize), content_.substr(0, 2 * kChunk)));
+    EXPECT_EQ(last.code, 1);
+    EXPECT_EQ(last.subCode, storage::SegmentReadSide::kNotStoredSubCode);
+    // The end stays: a later read does not try the file again.
+    EXPECT_EQ(ReadAll(*executor, &last, readSize), "");
+    EXPECT_EQ(last.subCode, storage::SegmentReadSide::kNotStoredSubCode);
+  }
 }
 
-// Counts what the reading side delivers without consuming it.
-class HoardingListener : public storage::SegmentReadListener {
- public:
-  void OnOpen(int64_t) override {}
-  void OnSegmentBytes(int64_t, std::shared_ptr<BufferChunk> bytes) override {
-    uint64_t size = bytes->GetSize();
-    std::lock_guard<std::mutex> lock(mutex_);
-    delivered_ += size;
-    maxUnconsumed_ = std::max(maxUnconsumed_, delivered_ - consumed_);
-  }
-  void OnSegmentError(int64_t) override { errors_.fetch_add(1); }
-  uint64_t delivered() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return delivered_;
-  }
-  // Consumes up to `most` of what was delivered so far; how much that was.
-  uint64_t Consume(uint64_t most) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    uint64_t taken = std::min(most, delivered_ - consumed_);
-    consumed_ += taken;
-    return taken;
-  }
-  std::mutex mutex_;
-  uint64_t delivered_ = 0;
-  uint64_t consumed_ = 0;
-  uint64_t maxUnconsumed_ = 0;
-  std::atomic<int> errors_{0};
-};
-
-TEST_F(SegmentExecutorTest, TheReadingSideStaysWithinItsReadAheadOfTheConsumer) {
-  const std::string big = dltest::PatternBytes(48 * kChunk, 11);
-  Store(uri_, big, big.size());
-  HoardingListener listener;
-  storage::SegmentReadSide side(storage::CacheWriter::CacheFilePath(*uri_), 1, &listener);
-  side.Start(0);
-  ASSERT_TRUE(dltest::WaitFor([&] { return listener.delivered() >= storage::SegmentReadSide::kReadAhead; }));
-  // Consumed in pieces much smaller than a block, as a player reads: each
-  // crossing below the read-ahead has to wake the reading side.
-  ASSERT_TRUE(dltest::WaitFor([&] {
-    side.Consumed(listener.Consume(kChunk / 2));
-    return listener.delivered() == big.size();
-  }));
-  side.Stop();
-  EXPECT_LE(listener.maxUnconsumed_,
-            storage::SegmentReadSide::kReadAhead + storage::SegmentReadSide::kChunksPerBlock * kChunk);
-  EXPECT_EQ(listener.errors_.load(), 0);
+TEST_F(SegmentExecutorTest, ReadsAfterCloseFailAndTheChunkBufferIsLetGo) {
+  Store(uri_, content_, content_.size());
+  auto executor = Executor();
+  ASSERT_TRUE(executor->Open(uri_).IsSuccess());
+  std::vector<char> buffer(1000);
+  Packet packet(buffer.size());
+  packet.SetBuffer(buffer.data());
+  ASSERT_EQ(executor->Read(packet).bytes, buffer.size());
+  EXPECT_GE(std::stoull(executor->GetInfo("memory_usage")), kChunk);
+  executor->Close();
+  EXPECT_EQ(executor->GetInfo("memory_usage"), "0");
+  EXPECT_EQ(executor->Read(packet).code, 1);
 }
 
 }  // namespace
