@@ -58,7 +58,20 @@ std::string DefaultText(const std::optional<T>& value) {
 
 const SettingPrefix kCellularHostGearSetting = {kHttpDownloaderKitGroup, "cellular_host_gear_", ""};
 
+namespace {
+thread_local const DownloaderSettings::OpenScope* innermostOpenScope = nullptr;
+}  // namespace
+
+DownloaderSettings::OpenScope::OpenScope(const ConfigPtr& config, const DownloaderSettings& settings)
+    : config_(config.get()), settings_(settings), outer_(innermostOpenScope) {
+  innermostOpenScope = this;
+}
+
+DownloaderSettings::OpenScope::~OpenScope() { innermostOpenScope = outer_; }
+
 DownloaderSettings DownloaderSettings::Read(const ConfigPtr& config) {
+  const OpenScope* scope = innermostOpenScope;
+  if (scope != nullptr && config != nullptr && scope->config_ == config.get()) return scope->settings_;
   DownloaderSettings settings;
 #define DL_READ_SETTING(group, field, key, type, fallback, meaning) ReadSetting(config, group, key, &settings.field);
   DL_DOWNLOADER_SETTINGS(DL_READ_SETTING)

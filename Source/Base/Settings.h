@@ -188,8 +188,29 @@ struct DownloaderSettings {
   DL_DOWNLOADER_SETTINGS(DL_SETTING_FIELD)
 #undef DL_SETTING_FIELD
 
-  // Defaults for an empty `config`.
+  // Defaults for an empty `config`. Inside an OpenScope of `config` on the
+  // calling thread, the scope's settings, without asking `config` again.
   static DownloaderSettings Read(const ConfigPtr& config);
+
+  // A stream's open reads its settings once, and every layer that open
+  // reaches on the same thread (the levels, the filters and executors, the
+  // cache writer and cleaner) sees those same values: one open, one
+  // configuration, and no layer pays for reading some eighty keys again.
+  // Scopes nest; the innermost one counts. Lives on the stack of the thread
+  // that made it; `settings` must outlive it.
+  class OpenScope {
+   public:
+    OpenScope(const ConfigPtr& config, const DownloaderSettings& settings);
+    ~OpenScope();
+    OpenScope(const OpenScope&) = delete;
+    OpenScope& operator=(const OpenScope&) = delete;
+
+   private:
+    friend struct DownloaderSettings;
+    const protocols::IConfigure* const config_;
+    const DownloaderSettings& settings_;
+    const OpenScope* const outer_;
+  };
 };
 
 // The parameters of one request, read by RequestParams::Read.

@@ -135,7 +135,7 @@ void SegmentDownloadExecutor::StopReading() {
   if (channel != nullptr) channel->Close();
   wisp::MutexLock side(&readSideMutex_);
   readSide_.reset();
-  std::vector<uint8_t>().swap(chunk_);
+  chunk_ = storage::ChunkBuffer();
 }
 
 uint64_t SegmentDownloadExecutor::ReadFromStore(int64_t offset, Packet& packet) {
@@ -149,23 +149,19 @@ uint64_t SegmentDownloadExecutor::ReadFromStore(int64_t offset, Packet& packet) 
     CountReceived(static_cast<uint64_t>(direct));
     return static_cast<uint64_t>(direct);
   }
-  if (direct == 0) {
-    chunkOffset_ = readSide_->ReadChunk(offset, &chunk_);
-    if (chunkOffset_ >= 0) {
-      CountReceived(static_cast<uint64_t>(chunkOffset_ + static_cast<int64_t>(chunk_.size()) - offset));
-      return CopyFromChunkBuffer(offset, packet);
-    }
-    chunk_.clear();
+  if (direct == 0 && readSide_->ReadChunk(offset, &chunk_)) {
+    CountReceived(static_cast<uint64_t>(chunk_.offset + static_cast<int64_t>(chunk_.size) - offset));
+    return CopyFromChunkBuffer(offset, packet);
   }
   OnSegmentError(storage::SegmentReadSide::kNotStoredSubCode);
   return 0;
 }
 
 uint64_t SegmentDownloadExecutor::CopyFromChunkBuffer(int64_t offset, Packet& packet) {
-  const int64_t chunkEnd = chunkOffset_ + static_cast<int64_t>(chunk_.size());
-  if (offset < chunkOffset_ || offset >= chunkEnd) return 0;
+  const int64_t chunkEnd = chunk_.offset + static_cast<int64_t>(chunk_.size);
+  if (offset < chunk_.offset || offset >= chunkEnd) return 0;
   const uint64_t copied = std::min<uint64_t>(static_cast<uint64_t>(chunkEnd - offset), packet.GetSize());
-  std::memcpy(packet.GetBuffer(), chunk_.data() + (offset - chunkOffset_), static_cast<size_t>(copied));
+  std::memcpy(packet.GetBuffer(), chunk_.bytes.get() + (offset - chunk_.offset), static_cast<size_t>(copied));
   DL_LOGT << tag_ << "read,cachebuffer,r:" << copied;
   return copied;
 }
@@ -276,7 +272,7 @@ std::string SegmentDownloadExecutor::GetInfo(const std::string& key) {
     uint64_t chunkBytes = 0;
     {
       wisp::MutexLock side(&readSideMutex_);
-      chunkBytes = chunk_.capacity();
+      chunkBytes = chunk_.capacity;
     }
     wisp::MutexLock lock(&mutex_);
     return std::to_string(chunkBytes + channel_->HeldBytes());

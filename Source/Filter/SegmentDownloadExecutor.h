@@ -36,7 +36,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <downloader/Base/BufferChunk.h>
 #include <downloader/Filter/IDownloadExecutor.h>
@@ -105,9 +104,8 @@ class SegmentDownloadExecutor : public IDownloadExecutor {
   wisp::Mutex readSideMutex_;
   // Close may let it go from another thread.
   std::unique_ptr<storage::SegmentReadSide> readSide_ GUARDED_BY(readSideMutex_);
-  // The last chunk read whole, from resource offset chunkOffset_ on.
-  std::vector<uint8_t> chunk_ GUARDED_BY(readSideMutex_);
-  int64_t chunkOffset_ GUARDED_BY(readSideMutex_) = 0;
+  // The last chunk read whole.
+  storage::ChunkBuffer chunk_ GUARDED_BY(readSideMutex_);
 
   mutable wisp::Mutex mutex_;
   wisp::CondVar changed_;

@@ -112,6 +112,7 @@ int32_t RetryableStream::PlayerId() { return request_.playerId; }
 DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "");
   if (!prepared.IsSuccess()) return prepared;
+  DownloaderSettings::OpenScope scope(config_, openSettings_);
   storage::CacheWriter::ScheduleCleaning(config_);
   DLResultCode result = OpenWalk();
   FinishOpen(result);
@@ -121,6 +122,7 @@ DLResultCode RetryableStream::Open(const std::shared_ptr<URI>& uri) {
 DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
   DLResultCode prepared = PrepareOpen(uri, "[async]");
   if (!prepared.IsSuccess()) return prepared;
+  DownloaderSettings::OpenScope scope(config_, openSettings_);
   storage::CacheWriter::ScheduleCleaning(config_);
   if (RequestKind::Of(url_).playlist) {
     DL_LOGI << "FLOWRATE-> can't set open cb due to m3u8!";
@@ -137,6 +139,7 @@ DLResultCode RetryableStream::OpenAsync(const std::shared_ptr<URI>& uri) {
 }
 
 void RetryableStream::RunAsyncOpen() {
+  DownloaderSettings::OpenScope scope(config_, openSettings_);
   DLResultCode result = OpenWalk();
   wisp::MutexLock lock(&mutex_);
   asyncDone_ = true;
@@ -224,6 +227,7 @@ DLResultCode RetryableStream::PrepareOpen(const std::shared_ptr<URI>& uri, const
   DL_LOGI << "]" << mode << " RetryableStream open url:" << url_ << ", need trace:" << ParseBool(request_.traceUrl)
           << ", default_pack_size:" << openSettings_.cacheWriterPacketSize;
   readTimeoutMs_ = openSettings_.readTimeoutMs;
+  DownloaderSettings::OpenScope scope(config_, openSettings_);
   mask_ = DownloadLevels::RequiredMask(openSettings_, request_, url_);
   forbidDowngrade_ = mask_ == DownloadLevels::kPcdnOnly;
   offset_ = std::max<int64_t>(0, request_.rangeStart);

@@ -61,15 +61,23 @@ int64_t SegmentReadSide::ReadRun(int64_t offset, uint8_t* destination, size_t ca
   return -1;
 }
 
-int64_t SegmentReadSide::ReadChunk(int64_t offset, std::vector<uint8_t>* chunk) {
+bool SegmentReadSide::ReadChunk(int64_t offset, ChunkBuffer* chunk) {
+  chunk->size = 0;
   SegmentChunk where;
-  if (!adapter_ || offset < 0 || !adapter_->segmentFile().chunk_at(static_cast<uint64_t>(offset), &where)) return -1;
-  chunk->resize(where.content_len);
-  if (adapter_->read(chunk->data(), where.content_len, where.offset) != static_cast<int64_t>(where.content_len)) {
-    DL_LOGD << "[diskcache][jobid" << jobId_ << "_SegmentReadSide]not stored,offset:" << offset;
-    return -1;
+  if (!adapter_ || offset < 0 || !adapter_->segmentFile().chunk_at(static_cast<uint64_t>(offset), &where)) {
+    return false;
   }
-  return static_cast<int64_t>(where.offset);
+  if (chunk->capacity < where.content_len) {
+    chunk->bytes.reset(new uint8_t[where.content_len]);
+    chunk->capacity = where.content_len;
+  }
+  if (adapter_->read(chunk->bytes.get(), where.content_len, where.offset) != static_cast<int64_t>(where.content_len)) {
+    DL_LOGD << "[diskcache][jobid" << jobId_ << "_SegmentReadSide]not stored,offset:" << offset;
+    return false;
+  }
+  chunk->size = where.content_len;
+  chunk->offset = static_cast<int64_t>(where.offset);
+  return true;
 }
 
 }  // namespace storage

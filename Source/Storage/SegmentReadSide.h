@@ -21,7 +21,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <downloader/Filter/SubCode.h>
 
@@ -29,6 +28,16 @@ namespace downloader {
 namespace storage {
 
 class DiskAdapter;
+
+// A whole chunk read from a segment file. Its storage is kept from read to
+// read and left uninitialised when it grows: every byte served was read first.
+struct ChunkBuffer {
+  std::unique_ptr<uint8_t[]> bytes;
+  size_t capacity = 0;
+  // The chunk's content bytes, from resource offset `offset` on; 0 when empty.
+  size_t size = 0;
+  int64_t offset = 0;
+};
 
 class SegmentReadSide {
  public:
@@ -52,10 +61,9 @@ class SegmentReadSide {
   // are not stored yields the chunks before the gap, one at a time.
   int64_t ReadRun(int64_t offset, uint8_t* destination, size_t capacity);
 
-  // Reads the whole chunk holding `offset` into `chunk`, resized to its
-  // content; the resource offset of its first byte, or -1 when it is not
-  // stored.
-  int64_t ReadChunk(int64_t offset, std::vector<uint8_t>* chunk);
+  // Reads the whole chunk holding `offset` into `chunk`; false, with `chunk`
+  // empty, when it is not stored.
+  bool ReadChunk(int64_t offset, ChunkBuffer* chunk);
 
  private:
   // Constant after construction.

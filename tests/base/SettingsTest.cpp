@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -118,6 +119,32 @@ TEST(SettingsTest, ReadingHandsEachKeyItsDefaultAndConvertsStoredText) {
   EXPECT_EQ(handed.size(), settingRows);
 
   EXPECT_EQ(DownloaderSettings::Read(nullptr).readTimeoutMs, DownloaderSettings().readTimeoutMs);
+}
+
+TEST(SettingsTest, AnOpenScopeAnswersForItsConfigurationOnItsThreadOnly) {
+  auto host = std::make_shared<dltest::MapConfig>();
+  auto other = std::make_shared<dltest::MapConfig>();
+  host->Set("read_timeout", "100");
+  other->Set("read_timeout", "300");
+  const DownloaderSettings atOpen = DownloaderSettings::Read(host);
+  {
+    DownloaderSettings::OpenScope scope(host, atOpen);
+    host->Set("read_timeout", "200");
+    EXPECT_EQ(DownloaderSettings::Read(host).readTimeoutMs, 100);
+    EXPECT_EQ(DownloaderSettings::Read(other).readTimeoutMs, 300);
+    int64_t onAnotherThread = 0;
+    std::thread([&] { onAnotherThread = DownloaderSettings::Read(host).readTimeoutMs; }).join();
+    EXPECT_EQ(onAnotherThread, 200);
+    const DownloaderSettings nestedAtOpen = DownloaderSettings::Read(other);
+    {
+      DownloaderSettings::OpenScope nested(other, nestedAtOpen);
+      other->Set("read_timeout", "400");
+      EXPECT_EQ(DownloaderSettings::Read(other).readTimeoutMs, 300);
+      EXPECT_EQ(DownloaderSettings::Read(host).readTimeoutMs, 200);
+    }
+    EXPECT_EQ(DownloaderSettings::Read(host).readTimeoutMs, 100);
+  }
+  EXPECT_EQ(DownloaderSettings::Read(host).readTimeoutMs, 200);
 }
 
 TEST(SettingsTest, RequestParamsTellAbsentFromPresentAndClampAsTheReaders) {
